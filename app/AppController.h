@@ -1,0 +1,158 @@
+#pragma once
+// AppController: the one controller of the updater. It holds the list of update records,
+// the download state and the check queue, and implements entry, discovery, installation
+// and the interface's operations. Its member functions are defined in the subsystem
+// folders, one source file per concern:
+//   lifecycle/  initialisers, preference stores, launch and termination
+//   discovery/  installed-app scan, Sparkle check, group check, self check, driver, network
+//   install/    download controller, disk-image / package / self installers, running apps
+//
+// Lifecycle: created by init() (windowed, also used by -checkpath) or initWithoutGUI()
+// (the command-line modes). Threads: see each section; interface requests always go
+// through `ui` on the main thread. Copy is deleted.
+
+#include "ui/UserInterface.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QThreadPool>
+#include <QVariant>
+#include <QVariantMap>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+// An update record: a dictionary with the fixed keys of UpdateRecord.h.
+using UpdateRecord = QVariantMap;
+
+// What the response of a feed or download request told us (the platform's URL response).
+struct UrlResponseInfo {
+    QString url;            // the final address, after redirects
+    int statusCode = 0;     // HTTP status, 0 when none
+    qint64 expectedLength = -1; // -1 when the server sent no length
+    QString mimeType;
+    QString description() const;
+};
+
+class Download; // install/Download.h: the running download (the URL download object)
+
+class AppController {
+public:
+    AppController(const AppController&) = delete;
+    AppController& operator=(const AppController&) = delete;
+    ~AppController();
+
+    // ---- lifecycle/ ---------------------------------------------------------------------
+    // The windowed initialiser: crash check, new log, registered defaults.
+    static std::unique_ptr<AppController> init(std::unique_ptr<UserInterface> ui = nullptr);
+    // The command-line initialiser: task log, no registered defaults, no interface.
+    static std::unique_ptr<AppController> initWithoutGUI();
+
+    void applicationWillTerminate();
+    bool applicationShouldTerminateAfterLastWindowClosed() const { return true; }
+    void loadPreferenceSettings();
+    void cancelUpdateCheck() { updateCancelled = true; }
+
+    // ---- discovery/scan -----------------------------------------------------------------
+    // Vendor bundle paths under `folder`; with `bundleIDs` given, it receives the group IDs
+    // of the descriptors found (nullopt on failure). nullopt on failure or cancellation.
+    std::optional<QStringList> VLAppsInFolder(const QString& folder, std::optional<QStringList>* bundleIDs = nullptr);
+    std::optional<QStringList> groupIDsInFolder(const QString& folder);
+    bool groupIDExists(const QString& groupID);
+    static bool isFileBlacklisted(const QString& path);
+
+    // ---- discovery/sparkle, group, self -------------------------------------------------
+    // Each returns an update record, the up-to-date marker, or nullopt (skipped, refused, failed).
+    std::optional<UpdateRecord> updateSparkleFeed(const QString& feedURL, const QString& appPath,
+                                                  const QString& bundleID, qint64 version,
+                                                  const QString& stringVersion);
+    std::optional<UpdateRecord> updateGroup(const QString& groupID, const QString& app, const QString& subapp,
+                                            qint64 version, const QString& versionString,
+                                            const QString& bundleID, bool forceUpdate = false);
+    std::optional<UpdateRecord> checkForUpdatesToSelf();
+
+    // ---- discovery/driver ---------------------------------------------------------------
+    void checkForUpdatesToAll();
+    void checkForUpdates(const std::optional<QStringList>& forcedIDs);
+    void checkForUpdatesToApp(const QString& bundlePath);
+    void addObjectToDataArray(const UpdateRecord& record);
+    QList<UpdateRecord> uniqueObjectsInArray(const QList<UpdateRecord>& list);
+    static bool isGroup(const QString& groupID, const QList<UpdateRecord>& list);
+    // array:compareExclusiveItemsInArray: - the items of the longer list the other lacks.
+    static QStringList compareExclusiveItems(const QStringList& a, const QStringList& b);
+
+    // ---- discovery/network --------------------------------------------------------------
+    // Blocking download of a URL's body on a network thread of its own; never uses the
+    // caller's event loop, so it may be called from any thread. nullopt on error.
+    std::optional<QByteArray> dataFromURLSync(const QString& url, UrlResponseInfo* response = nullptr,
+                                              QString* error = nullptr);
+    std::optional<QVariant> dictionaryFromData(const std::optional<QByteArray>& data);
+
+    // ---- install/download ---------------------------------------------------------------
+    void installClick();
+    void updateInstallClick();
+    void cancelInstall() { updateCancelled = true; }
+    void installSelectedItems();
+    void startDownloadForObject(const UpdateRecord& record);
+    void startDownloadingURL(const QString& url, const QString& destination);
+    void downloadObject(const UpdateRecord& record);
+    void setInstallStatus(const QString& status);
+    void startInstallProgress();
+    void hideDownloadDataText();
+    void updateReceivedData(double received, double total);
+    static QString formatFileSize(double bytes);
+    void createTempFolder();
+
+    // ---- install/installers -------------------------------------------------------------
+    void installSparkleApp(const UpdateRecord& record);
+    void installGroupApp(const UpdateRecord& record, bool autoInstall);
+    void installSelfUpdate(const UpdateRecord& record);
+
+    // ---- install/running apps -----------------------------------------------------------
+    void closeAppWithPath(const QString& path);
+    void closeAppsWithGroupID(const QString& groupID);
+    void closeConflictingApps();
+    void showDockIcon();
+    static bool isProcessRunning(const QString& executableName);
+
+    // ---- state (declaration order of the data model) ------------------------------------
+    bool hasGUI = false;
+    bool isPermanentInstaller = true;
+    QList<UpdateRecord> dataArray;            // guarded by dataArrayLock
+    std::atomic<bool> updateCancelled{false};
+    bool logReset = false;
+    QString downloadPath;
+    QThreadPool updateQueue;                  // at most 4 checks at once
+    std::atomic<bool> downloadFinished{false};
+    std::atomic<bool> downloadError{false};
+    std::unique_ptr<Download> downloader;     // main thread (or the -install download thread)
+    UrlResponseInfo downloadResponse;
+    double bytesReceived = 0;
+    double lastProgress = 0;
+
+    // checkedUpdates and skippedBundleIDs are replaced whole (read, copy, replace) without a
+    // lock of their own, as the checks expect; the accessors only make each read and each
+    // replacement atomic so that concurrent checks are free of data races.
+    QVariantMap checkedUpdates() const;
+    void setCheckedUpdates(const QVariantMap& value);
+    QStringList skippedBundleIDs() const;
+    void setSkippedBundleIDs(const QStringList& value);
+
+    std::recursive_mutex controllerLock;      // "the controller's lock"
+    std::recursive_mutex dataArrayLock;       // "the lock of dataArray"
+
+    UserInterface& ui() { return *ui_; }
+
+private:
+    explicit AppController(bool withGUI, std::unique_ptr<UserInterface> ui);
+
+    std::unique_ptr<UserInterface> ui_;
+    mutable std::mutex swapLock_;
+    QVariantMap checkedUpdates_;
+    QStringList skippedBundleIDs_;
+};

@@ -1,0 +1,13 @@
+#pragma once
+// "On the main thread, waiting": runs `work` on the application's main thread and returns
+// when it has run. Called on the main thread it runs directly. Without a QCoreApplication
+// it runs directly too. Must not be called from a thread the main thread is waiting for.
+
+#include <functional>
+
+namespace sys {
+
+void runOnMainThreadAndWait(const std::function<void()>& work);
+bool isMainThread();
+
+} // namespace sys

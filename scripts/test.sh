@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# The whole test suite: set-up (packages), build, then every test through CTest.
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+bash "$here/scripts/setup.sh"
+export CCACHE_BASEDIR="$here"
+BUILD_DIR="${BUILD_DIR:-$here/build}" bash "$here/scripts/build.sh"
+cd "${BUILD_DIR:-$here/build}"
+ctest --output-on-failure -j2 --timeout 600
