@@ -1,0 +1,34 @@
+#pragma once
+// The workspace on Linux desktops. Recycling is a rename into the Trash folder the caller
+// names (the updater passes $HOME/.Trash), falling back to copy-then-remove across file
+// systems; opening goes through the desktop opener at sys::rooted("/usr/bin/xdg-open"),
+// started detached, without a shell, and not waited for.
+//
+// Lifecycle: one instance lives for the process (see workspace()); tests may make their own.
+// Thread-safety: stateless; every member may be called from any thread.
+
+#include "platform/system/Workspace.h"
+
+namespace sys {
+
+class LinuxWorkspace final : public Workspace {
+public:
+    LinuxWorkspace() = default;
+
+    bool recycle(const QString& sourceFolder, const QString& trashFolder, const QString& name) override;
+    bool copy(const QString& sourceFolder, const QString& destinationFolder, const QString& name) override;
+    bool openFile(const QString& path) override;
+    bool openURL(const QString& url) override;
+    // Linux file managers watch the file system themselves: nothing to tell them.
+    void notifyFileChanged(const QString& path) override;
+    bool isPackage(const QString& path) override;
+    // "/" and every other mount of a block device, then each folder in <root>/Volumes
+    // (where disk images appear), without repeats.
+    QStringList mountedLocalVolumes() override;
+
+    // The name recycle() gives `name` in `trashFolder`: the name itself when free, else
+    // "<base> 2.<ext>", "<base> 3.<ext>", ... (exposed for tests).
+    static QString uniqueTrashName(const QString& trashFolder, const QString& name, int attempt);
+};
+
+} // namespace sys
