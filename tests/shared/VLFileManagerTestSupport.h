@@ -1,0 +1,61 @@
+#pragma once
+// Test support for the file-operation and authorisation tests: a sandbox whose HOME, TMPDIR
+// and system root are the process's own for the test's duration, with the recording fake
+// tools installed. One test at a time, main thread.
+
+#include "support/Sandbox.h"
+#include "support/ScopedEnvironment.h"
+
+#include <gtest/gtest.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QThread>
+
+#include <ostream>
+
+// Readable failure messages for Qt strings (found by argument-dependent lookup).
+inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
+
+namespace vltest {
+
+class FileOpsSandboxTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(sandbox.isValid());
+        ASSERT_TRUE(sandbox.installFakeTools());
+        env.set("HOME", sandbox.home());
+        env.set("TMPDIR", sandbox.tmp());
+        env.set("VELMORA_SYSROOT", sandbox.sysroot());
+        env.set("FAKE_TOOL_LOG", sandbox.toolLogPath());
+        env.unset("FAKE_PKEXEC_DENY");
+    }
+
+    // The calls of `tool` once at least `count` are recorded (privileged runs do not wait for
+    // their tools), or what there is after five seconds.
+    QList<QStringList> waitForCalls(const QString& tool, int count = 1) const
+    {
+        QElapsedTimer timer;
+        timer.start();
+        QList<QStringList> calls = sandbox.toolCalls(tool);
+        while (calls.size() < count && timer.elapsed() < 5000) {
+            QThread::msleep(20);
+            calls = sandbox.toolCalls(tool);
+        }
+        return calls;
+    }
+
+    bool writeFile(const QString& path, const QByteArray& data = "data") { return sandbox.writeFile(path, data); }
+
+    QByteArray readFile(const QString& path) const
+    {
+        QFile f(path);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
+    Sandbox sandbox;
+    ScopedEnvironment env;
+};
+
+} // namespace vltest
