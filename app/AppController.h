@@ -107,6 +107,14 @@ public:
     void updateReceivedData(double received, double total);
     static QString formatFileSize(double bytes);
     void createTempFolder();
+    // The running download's delegate (install/DownloadController.cpp), called on the thread
+    // that started the download, in the order response, data..., then finish or failure.
+    void downloadDidReceiveResponse(const UrlResponseInfo& response);
+    void downloadDidReceiveDataOfLength(quint64 length);
+    void downloadDidFinish();
+    void downloadDidFailWithError(const QString& localizedDescription);
+    static bool shouldDecodeSourceDataOfMIMEType(const QString& mimeType);
+    void setDownloadResponse(const UrlResponseInfo& response);
 
     // ---- install/installers -------------------------------------------------------------
     void installSparkleApp(const UpdateRecord& record);

@@ -1,8 +1,6 @@
-#include <cstdio>
+#include "lifecycle/RunModes.h"
 
-// Run-mode selection; filled in with the controller.
-int main()
+int main(int argc, char** argv)
 {
-    std::fputs("SoftwareUpdate: not built yet\n", stderr);
-    return 1;
+    return runmodes::run(argc, argv);
 }

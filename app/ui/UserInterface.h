@@ -34,6 +34,25 @@ public:
     // alternate one, -1 for the other one.
     virtual int blockingSheet(const QString& message, const QString& defaultButton,
                               const QString& alternateButton, const QString& info) = 0;
+
+    // Installation (app/install): the "update available" window hands over to the main window.
+    virtual void hideUpdateWindowAndShowMainWindow() = 0;
+    // A sheet on the install progress panel (message, informative text); returns at once.
+    virtual void installPanelSheet(const QString& message, const QString& info) = 0;
+    // A non-blocking two-button sheet on the install progress panel. Only one at a time.
+    virtual void beginInstallPanelSheet(const QString& message, const QString& defaultButton,
+                                        const QString& alternateButton, const QString& info) = 0;
+    // -1 while that sheet is open; once it ended, 1 for the default button, 0 for the other.
+    virtual int installPanelSheetResult() = 0;
+    // Orders that sheet out if it is still open.
+    virtual void closeInstallPanelSheet() = 0;
+    // Hides the application's windows (the self-update hands over to its helper).
+    virtual void hideApplication() = 0;
+    // Asks the application to quit through its normal termination.
+    virtual void terminateApplication() = 0;
+
+    // Preferences window: the "check for updates at start-up" box.
+    virtual void setPrefsCheckForUpdatesAtStartup(bool ticked) = 0;
 };
 
 // The interface of the windowless modes: every request is a no-op.
@@ -55,4 +74,12 @@ public:
     void setDownloadProgressIndeterminate() override {}
     void alertPanel(const QString&, const QString&) override {}
     int blockingSheet(const QString&, const QString&, const QString&, const QString&) override { return 1; }
+    void hideUpdateWindowAndShowMainWindow() override {}
+    void installPanelSheet(const QString&, const QString&) override {}
+    void beginInstallPanelSheet(const QString&, const QString&, const QString&, const QString&) override {}
+    int installPanelSheetResult() override { return 0; }
+    void closeInstallPanelSheet() override {}
+    void hideApplication() override {}
+    void terminateApplication() override {}
+    void setPrefsCheckForUpdatesAtStartup(bool) override {}
 };

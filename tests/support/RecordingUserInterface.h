@@ -14,6 +14,8 @@ namespace vltest {
 class RecordingUserInterface final : public UserInterface {
 public:
     int sheetAnswer = 1;
+    // What installPanelSheetResult() answers once the sheet was shown (-1: still open).
+    int installSheetAnswer = -1;
     QStringList calls() const
     {
         QMutexLocker lock(&mutex_);
@@ -42,9 +44,12 @@ public:
     }
     void hideUpdateWindowAndShowMainWindow() override {}
     void installPanelSheet(const QString& m, const QString&) override { add(QStringLiteral("installPanelSheet:") + m); }
-    void beginInstallPanelSheet(const QString&, const QString&, const QString&, const QString&) override {}
-    int installPanelSheetResult() override { return 0; }
-    void closeInstallPanelSheet() override {}
+    void beginInstallPanelSheet(const QString& m, const QString&, const QString&, const QString&) override
+    {
+        add(QStringLiteral("installSheet:") + m);
+    }
+    int installPanelSheetResult() override { return installSheetAnswer; }
+    void closeInstallPanelSheet() override { add(QStringLiteral("closeInstallSheet")); }
     void hideApplication() override {}
     void terminateApplication() override {}
     void setPrefsCheckForUpdatesAtStartup(bool) override {}

@@ -1,0 +1,214 @@
+// The update check driver: the full check (checkForUpdatesToAll, checkForUpdates), the
+// per-bundle operation of the update queue (checkForUpdatesToApp) and the list helpers.
+// The full check runs on a worker thread with a window and on the main thread without one;
+// bundle checks run on updateQueue, at most four at once; dataArray changes under its lock.
+
+#include "AppController.h"
+
+#include "ExceptionGuard.h"
+#include "UpdateRecord.h"
+#include "discovery/ScanSupport.h"
+#include "platform/foundation/Foundation.h"
+#include "platform/plist/PropertyList.h"
+#include "platform/system/MainThread.h"
+#include "shared/VLFileManager.h"
+#include "shared/VLLocalPaths.h"
+#include "shared/VLLog.h"
+
+#include <QSet>
+
+namespace {
+
+// The folders a full check scans, in order: applications, both preference-pane folders and
+// every media plug-in folder of the local application support.
+QStringList foldersToScan()
+{
+    QStringList folders = {VLLocalPaths::applicationDirectory(false),
+                           VLLocalPaths::libraryDirectory(true) + QStringLiteral("/PreferencePanes"),
+                           VLLocalPaths::libraryDirectory(false) + QStringLiteral("/PreferencePanes")};
+    folders += VLFileManager::filesMatchingWildcardPath(VLLocalPaths::appSupportDirectory(false)
+                                                        + QStringLiteral("/Adobe/Common/Plug-ins/*/MediaCore"));
+    return folders;
+}
+
+// The controller has no group check without an application path; forcing a group that is
+// not installed sends it a message it does not implement, as the platform would report it.
+[[noreturn]] void raiseUnrecognizedGroupCheck()
+{
+    throw fnd::PlatformException(
+        QStringLiteral("NSInvalidArgumentException"),
+        QStringLiteral("-[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:appPath:]: "
+                       "unrecognized selector sent to instance"));
+}
+
+} // namespace
+
+void AppController::checkForUpdatesToAll()
+{
+    std::lock_guard<std::recursive_mutex> lock(controllerLock);
+    if (!checkForUpdatesToSelf())
+        checkForUpdates(std::nullopt);
+}
+
+void AppController::checkForUpdates(const std::optional<QStringList>& forcedIDs)
+{
+    guard::guarded(hasGUI, "-[AppController checkForUpdates:]", [&] {
+        VLLog::appendLog(QStringLiteral("Beginning update check..."));
+        sys::runOnMainThreadAndWait([&] {
+            std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
+            dataArray.clear();
+            if (hasGUI)
+                ui().reloadTableView();
+        });
+        const QStringList forced = forcedIDs.value_or(QStringList());
+        setCheckedUpdates({});
+        setSkippedBundleIDs({});
+        updateCancelled = false;
+        if (hasGUI) {
+            sys::runOnMainThreadAndWait([&] { ui().startUpdateProgress(); });
+            VLLog::appendLog(QStringLiteral("Launching progress dialog..."));
+            sys::runOnMainThreadAndWait([&] { ui().showUpdateProgress(); });
+        }
+
+        VLLog::appendLog(QStringLiteral("Populating VL apps list..."));
+        QStringList bundles;
+        QSet<QString> installedGroups;
+        for (const QString& folder : foldersToScan()) {
+            std::optional<QStringList> groups;
+            if (const std::optional<QStringList> found = VLAppsInFolder(folder, &groups))
+                bundles += *found;
+            if (groups)
+                installedGroups.unite(QSet<QString>(groups->begin(), groups->end()));
+        }
+        updateQueue.setMaxThreadCount(4);
+        for (const QString& bundle : bundles)
+            updateQueue.start([this, bundle] { checkForUpdatesToApp(bundle); });
+        updateQueue.waitForDone();
+
+        for (const QString& id : forced) {
+            if (!installedGroups.contains(id))
+                raiseUnrecognizedGroupCheck();
+        }
+        {
+            std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
+            dataArray = uniqueObjectsInArray(dataArray);
+        }
+        if (!hasGUI)
+            return;
+        if (!updateCancelled) {
+            VLLog::appendLog(QStringLiteral("Loading data into TableView..."));
+            sys::runOnMainThreadAndWait([&] {
+                ui().reloadTableView();
+                ui().updateInstallButtonStatus();
+                ui().selectFirstItem();
+            });
+        }
+        sys::runOnMainThreadAndWait([&] { ui().endProgress(); });
+        bool empty = false;
+        {
+            std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
+            empty = dataArray.isEmpty();
+        }
+        if (empty && !updateCancelled) {
+            VLLog::appendLog(QStringLiteral("No updates found."));
+            sys::runOnMainThreadAndWait(
+                [&] { ui().showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date.")); });
+        }
+    });
+}
+
+void AppController::checkForUpdatesToApp(const QString& bundlePath)
+{
+    guard::guarded(hasGUI, "-[AppController checkForUpdatesToApp:]", [&] {
+        const std::optional<QVariantMap> info = plist::readDictionaryFile(bundlePath + QStringLiteral("/Contents/Info.plist"));
+        if (!info)
+            return;
+        const QString bundleID = info->value(QStringLiteral("CFBundleIdentifier")).toString();
+        if (!bundleID.startsWith(QStringLiteral("com.velmora.")))
+            return;
+        const std::optional<QString> descriptorPath = discovery::scan::descriptorPath(bundlePath);
+        const QVariantMap descriptor = descriptorPath ? discovery::scan::readDescriptor(*descriptorPath) : QVariantMap();
+        VLLog::appendLog(QStringLiteral("VL app found - %@..."), bundlePath);
+
+        const QVariant feed = descriptor.value(QStringLiteral("SUFeedURL"));
+        if (feed.typeId() == QMetaType::QString && !feed.toString().isEmpty()) {
+            VLLog::appendLog(QStringLiteral("Found Sparkle URL..."));
+            const qint64 version = fnd::intValue(info->value(QStringLiteral("CFBundleVersion")));
+            const std::optional<UpdateRecord> rec =
+                updateSparkleFeed(feed.toString(), bundlePath, bundleID, version,
+                                  info->value(QStringLiteral("CFBundleShortVersionString")).toString());
+            if (rec && !record::isUpToDateMarker(*rec))
+                addObjectToDataArray(*rec);
+            return;
+        }
+        const QVariant group = descriptor.value(QStringLiteral("VLGroupID"));
+        const int version = fnd::intValue(descriptor.value(QStringLiteral("VLGroupVersion")));
+        const QVariant versionString = descriptor.value(QStringLiteral("VLGroupVersionString"));
+        VLLog::appendLog(QStringLiteral("App is part of group %@ (%i %@)."), group, version, versionString);
+        // Holding the list's lock for the whole step makes group checks run one at a time,
+        // so the first member of a group checks it for all members.
+        std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
+        if (!group.isValid() || isGroup(group.toString(), dataArray))
+            return;
+        const QString app = descriptor.value(QStringLiteral("VLGroupApp")).toString();
+        const std::optional<UpdateRecord> rec =
+            updateGroup(group.toString(), app, app, version, versionString.toString(), bundleID, false);
+        if (rec && !record::isUpToDateMarker(*rec))
+            addObjectToDataArray(*rec);
+    });
+}
+
+void AppController::addObjectToDataArray(const UpdateRecord& rec)
+{
+    std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
+    const QVariant title = rec.value(record::kTitle);
+    for (const UpdateRecord& existing : dataArray) {
+        const QVariant existingTitle = existing.value(record::kTitle);
+        // A missing title equals nothing, not even another missing title.
+        if (existingTitle.isValid() && existingTitle == title)
+            return;
+    }
+    dataArray.append(rec);
+}
+
+QList<UpdateRecord> AppController::uniqueObjectsInArray(const QList<UpdateRecord>& list)
+{
+    return guard::guarded(hasGUI, "-[AppController uniqueObjectsInArray:]", [&] {
+        const QStringList skipped = skippedBundleIDs();
+        QSet<QString> kept;
+        QList<UpdateRecord> unique;
+        for (const UpdateRecord& rec : list) {
+            const QString id = record::identifierOf(rec);
+            if (id.isEmpty() || kept.contains(id) || skipped.contains(id))
+                continue;
+            kept.insert(id);
+            unique.append(rec);
+        }
+        return unique;
+    });
+}
+
+bool AppController::isGroup(const QString& groupID, const QList<UpdateRecord>& list)
+{
+    for (const UpdateRecord& rec : list) {
+        const QVariant id = rec.value(record::kGroupId);
+        if (id.isValid() && id.toString() == groupID)
+            return true;
+    }
+    return false;
+}
+
+QStringList AppController::compareExclusiveItems(const QStringList& a, const QStringList& b)
+{
+    if (a == b)
+        return {};
+    const bool bIsLonger = b.size() >= a.size();
+    const QStringList& longer = bIsLonger ? b : a;
+    const QStringList& other = bIsLonger ? a : b;
+    QStringList exclusive;
+    for (const QString& item : longer) {
+        if (!other.contains(item))
+            exclusive.append(item);
+    }
+    return exclusive;
+}

@@ -1,0 +1,136 @@
+// AppController::updateGroup: checks a vendor group against the group appcast (optionally a
+// test feed first) and the beta appcast. Runs on the update queue's worker threads while
+// the driver holds the lock of dataArray, so group checks never overlap one another.
+// checkedUpdates and skippedBundleIDs are replaced whole, read-copy-replace.
+
+#include "AppController.h"
+
+#include "ExceptionGuard.h"
+#include "UpdateRecord.h"
+#include "discovery/FeedRules.h"
+#include "platform/foundation/Foundation.h"
+#include "platform/plist/PropertyList.h"
+#include "platform/system/SystemEnvironment.h"
+#include "platform/system/UserDefaults.h"
+#include "shared/VLLog.h"
+#include "shared/VLOSDetect.h"
+
+#include <utility>
+
+namespace {
+
+QString groupFeedByGroup(const QString& groupID)
+{
+    return sys::updateServerBase() + fnd::format(QStringLiteral("/rss/appcasts/%@.xml"), groupID);
+}
+
+// Names go into the address as they are: a name that is not valid in a URL makes the
+// address invalid, and its load fails.
+QString groupFeedByApp(const QString& app, const QString& subapp)
+{
+    const QString sub = subapp.isEmpty() ? QString() : QStringLiteral("&subapp=") + subapp;
+    return sys::updateServerBase() + fnd::format(QStringLiteral("/rss/appcast?app=%@%@&group"), app, sub);
+}
+
+} // namespace
+
+// The beta appcast: a keyed archive whose root object is a dictionary. Bytes that are not
+// such an archive make the unarchiver raise, which ends the check by its exception path.
+static std::optional<QVariantMap> loadGroupBeta(AppController& c, const QString& groupID)
+{
+    sys::UserDefaults& defaults = sys::UserDefaults::standard();
+    QString address;
+    if (const std::optional<QString> testBeta = defaults.stringForKey(QStringLiteral("testBetaURL"))) {
+        const std::optional<QString> test = defaults.stringForKey(QStringLiteral("testURL"));
+        VLLog::appendLog(QStringLiteral("Checking test beta feed %@..."), test ? QVariant(*test) : QVariant());
+        address = *testBeta;
+    } else {
+        address = sys::updateServerBase() + fnd::format(QStringLiteral("/rss/appcasts/%@.beta.xml"), groupID);
+        VLLog::appendLog(QStringLiteral("Checking feed %@..."), address);
+    }
+    VLLog::appendLog(QStringLiteral("Connecting to beta URL..."));
+    const std::optional<QByteArray> data = c.dataFromURLSync(address);
+    (void)c.dictionaryFromData(data);
+    std::optional<QVariantMap> beta;
+    if (data && !data->isEmpty()) {
+        QString error;
+        beta = plist::decodeKeyedArchiveDictionary(*data, &error);
+        if (!beta)
+            throw fnd::PlatformException(QStringLiteral("NSInvalidArgumentException"),
+                                         QStringLiteral("*** -[NSKeyedUnarchiver initForReadingWithData:]: "
+                                                        "incomprehensible archive (%1)").arg(error));
+    }
+    if (beta)
+        beta->insert(QStringLiteral("beta"), true);
+    else
+        VLLog::appendLog(QStringLiteral("Unable to load beta appcast."));
+    return beta;
+}
+
+std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, const QString& app, const QString& subapp,
+                                                       qint64 version, const QString& versionString,
+                                                       const QString& bundleID, bool forceUpdate)
+{
+    return guard::guarded(hasGUI, "-[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:]",
+                          [&]() -> std::optional<UpdateRecord> {
+        VLLog::appendLog(QStringLiteral("Checking group feed..."));
+        if (groupID.isEmpty() || versionString.isEmpty() || version < 1 || bundleID.isEmpty())
+            return std::nullopt;
+        const qint64 checked = fnd::integerValue(checkedUpdates().value(groupID));
+        if (checked >= 1 && checked <= version && !forceUpdate)
+            return std::nullopt;
+
+        sys::UserDefaults& defaults = sys::UserDefaults::standard();
+        QString current;
+        std::optional<QString> fallback;
+        if (const std::optional<QString> test = defaults.stringForKey(QStringLiteral("testURL"))) {
+            VLLog::appendLog(QStringLiteral("Checking test feed %@..."), *test);
+            current = *test;
+            fallback = groupFeedByGroup(groupID);
+        } else {
+            current = app.isEmpty() ? groupFeedByGroup(groupID) : groupFeedByApp(app, subapp);
+            VLLog::appendLog(QStringLiteral("Checking feed %@"), current);
+        }
+        const discovery::GroupRequest request{groupID, version, versionString, bundleID, forceUpdate};
+        for (;;) {
+            VLLog::appendLog(QStringLiteral("Connecting to URL %@..."), current);
+            const std::optional<QVariant> loaded = dictionaryFromData(dataFromURLSync(current));
+            if (!loaded) {
+                if (fallback) {
+                    current = *std::exchange(fallback, std::nullopt);
+                    continue;
+                }
+                VLLog::appendLog(QStringLiteral("Unable to load appcast %@."), current);
+                return std::nullopt;
+            }
+            const std::optional<QVariantMap> beta = defaults.integerForKey(QStringLiteral("showBetaUpdates")) == 1
+                ? loadGroupBeta(*this, groupID) : std::nullopt;
+            const QVariantMap main = discovery::feedDictionary(*loaded);
+            if (discovery::isDeprecated(main, bundleID)) {
+                VLLog::appendLog(QStringLiteral("%@ is deprecated. Skipping..."), bundleID);
+                return std::nullopt;
+            }
+            QVariantMap checkedNow = checkedUpdates();
+            checkedNow.insert(groupID, version);
+            setCheckedUpdates(checkedNow);
+
+            const discovery::GroupOutcome outcome = discovery::evaluateGroupRelease(
+                main, beta, request, VLOSDetect::osxVersion(), [this](const QString& id) { return groupIDExists(id); });
+            if (outcome.standaloneApps)
+                setSkippedBundleIDs(skippedBundleIDs() + *outcome.standaloneApps);
+            switch (outcome.verdict) {
+            case discovery::GroupVerdict::NotNewer:
+                if (fallback) {
+                    current = *std::exchange(fallback, std::nullopt);
+                    continue;
+                }
+                return record::upToDateMarker();
+            case discovery::GroupVerdict::Successor: return record::upToDateMarker();
+            case discovery::GroupVerdict::NeedsNewerOS:
+            case discovery::GroupVerdict::Ignored: return std::nullopt;
+            case discovery::GroupVerdict::Update: return outcome.record;
+            }
+            return std::nullopt;
+        }
+    });
+}

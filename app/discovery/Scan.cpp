@@ -1,0 +1,146 @@
+// AppController::VLAppsInFolder, groupIDsInFolder and groupIDExists: the installed-app scans.
+// They run on the update check's thread (never the main thread) and take no locks;
+// updateCancelled is polled before every folder entry.
+
+#include "AppController.h"
+
+#include "ExceptionGuard.h"
+#include "discovery/ScanSupport.h"
+#include "platform/foundation/Foundation.h"
+#include "platform/plist/PropertyList.h"
+#include "platform/system/Workspace.h"
+#include "shared/VLLocalPaths.h"
+#include "shared/VLLog.h"
+
+#include <QFileInfo>
+
+namespace {
+
+const QString kSymlinkLoop = QStringLiteral("Warning: Symbolic link links back to itself.");
+
+// Folders without an extension that the desktop does not show as one item are descended
+// into; everything else (packages, "X.localized") is looked at as a possible bundle.
+bool isDescendable(const QString& entry)
+{
+    return fnd::pathExtension(entry).isEmpty() && !sys::workspace().isPackage(entry);
+}
+
+bool isExistingFolder(const QString& entry)
+{
+    return QFileInfo(entry).isDir();
+}
+
+QString joinPath(const QString& folder, const QString& name)
+{
+    return fnd::stringByAppendingPathComponent(folder, name);
+}
+
+} // namespace
+
+std::optional<QStringList> AppController::VLAppsInFolder(const QString& folder, std::optional<QStringList>* bundleIDs)
+{
+    auto scan = [&]() -> std::optional<QStringList> {
+        VLLog::fastAppendLog(QStringLiteral("Scanning folder: %@"), folder);
+        QStringList groups;
+        const std::optional<QString> link = discovery::scan::linkDestination(folder);
+        if (link && folder.startsWith(*link)) {
+            VLLog::appendLog(kSymlinkLoop);
+            return std::nullopt;
+        }
+        const discovery::scan::CycleGuard cycle(folder, link.has_value());
+        if (!cycle.entered()) {
+            VLLog::appendLog(kSymlinkLoop);
+            return std::nullopt;
+        }
+        const std::optional<QStringList> names = discovery::scan::listFolder(folder);
+        if (!names)
+            return std::nullopt;
+        QStringList bundles;
+        for (const QString& name : *names) {
+            if (updateCancelled)
+                return std::nullopt;
+            const QString entry = joinPath(folder, name);
+            if (isFileBlacklisted(entry) || !isExistingFolder(entry))
+                continue;
+            if (isDescendable(entry)) {
+                std::optional<QStringList> subGroups = QStringList();
+                if (const std::optional<QStringList> found = VLAppsInFolder(entry, &subGroups))
+                    bundles += *found;
+                if (subGroups)
+                    groups += *subGroups;
+                continue;
+            }
+            const std::optional<QString> descriptor = discovery::scan::descriptorPath(entry);
+            if (!descriptor)
+                continue;
+            if (bundleIDs) {
+                const QVariant group = discovery::scan::readDescriptor(*descriptor).value(QStringLiteral("VLGroupID"));
+                if (group.isValid())
+                    groups.append(group.toString());
+            }
+            bundles.append(entry);
+        }
+        if (bundleIDs)
+            *bundleIDs = groups;
+        return bundles;
+    };
+    std::optional<QStringList> result = guard::guarded(hasGUI, "-[AppController VLAppsInFolder:bundleIDs:]", scan);
+    if (!result && bundleIDs)
+        *bundleIDs = std::nullopt;
+    return result;
+}
+
+std::optional<QStringList> AppController::groupIDsInFolder(const QString& folder)
+{
+    auto scan = [&]() -> std::optional<QStringList> {
+        const std::optional<QString> link = discovery::scan::linkDestination(folder);
+        if (link && link->startsWith(VLLocalPaths::applicationDirectory(false))) {
+            VLLog::appendLog(kSymlinkLoop);
+            return std::nullopt;
+        }
+        const discovery::scan::CycleGuard cycle(folder, link.has_value());
+        if (!cycle.entered()) {
+            VLLog::appendLog(kSymlinkLoop);
+            return std::nullopt;
+        }
+        const std::optional<QStringList> names = discovery::scan::listFolder(folder);
+        if (!names)
+            return std::nullopt;
+        QStringList groups;
+        for (const QString& name : *names) {
+            if (updateCancelled)
+                return std::nullopt;
+            const QString entry = joinPath(folder, name);
+            if (isFileBlacklisted(entry) || !isExistingFolder(entry))
+                continue;
+            if (isDescendable(entry)) {
+                if (const std::optional<QStringList> found = groupIDsInFolder(entry))
+                    groups += *found;
+                continue;
+            }
+            const std::optional<QString> descriptorPath = discovery::scan::descriptorPath(entry);
+            if (!descriptorPath)
+                continue;
+            const std::optional<QVariantMap> info =
+                plist::readDictionaryFile(entry + QStringLiteral("/Contents/Info.plist"));
+            if (!info || !info->value(QStringLiteral("CFBundleIdentifier")).toString().startsWith(QStringLiteral("com.velmora.")))
+                continue;
+            const QVariantMap descriptor = discovery::scan::readDescriptor(*descriptorPath);
+            VLLog::appendLog(QStringLiteral("VL app found - %@..."), entry);
+            if (!descriptor.value(QStringLiteral("SUFeedURL")).toString().isEmpty())
+                continue;
+            const QVariant group = descriptor.value(QStringLiteral("VLGroupID"));
+            VLLog::appendLog(QStringLiteral("App is part of group %@."), group);
+            if (group.isValid())
+                groups.append(group.toString());
+        }
+        return groups;
+    };
+    return guard::guarded(hasGUI, "-[AppController groupIDsInFolder:]", scan);
+}
+
+bool AppController::groupIDExists(const QString& groupID)
+{
+    const std::optional<QStringList> groups = groupIDsInFolder(VLLocalPaths::applicationDirectory(false));
+    return groups && groups->contains(groupID);
+}

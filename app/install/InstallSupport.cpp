@@ -1,0 +1,85 @@
+#include "install/InstallSupport.h"
+
+#include "UpdateRecord.h"
+#include "install/DownloadPath.h"
+#include "platform/system/MainThread.h"
+#include "platform/system/SystemLog.h"
+#include "shared/VLFileManager.h"
+#include "shared/VLLog.h"
+#include "shared/VLTaskNotification.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace install {
+
+void onMain(const std::function<void()>& work)
+{
+    sys::runOnMainThreadAndWait(work);
+}
+
+void sleepSeconds(double seconds)
+{
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+void endProcess(int status)
+{
+    VLLog::finishWriting();
+    std::fflush(nullptr);
+    if (sys::isMainThread())
+        std::exit(status);
+    std::_Exit(status);
+}
+
+void putLine(const QString& text)
+{
+    std::puts(text.toUtf8().constData());
+    std::fflush(stdout);
+}
+
+std::optional<QString> downloadedFileOf(const QString& downloadFolder, const UpdateRecord& record)
+{
+    return downloadFilePath(downloadFolder, record.value(record::kUrl).toString());
+}
+
+QString titleOf(const UpdateRecord& record)
+{
+    return record.value(record::kTitle).toString();
+}
+
+void reportInstallFailure(AppController& c, const UpdateRecord& record, const QString& windowlessText,
+                          const QString& windowedInfo)
+{
+    if (c.hasGUI) {
+        onMain([&] { c.ui().alertPanel(fnd::format(QStringLiteral("Unable to install %@"), titleOf(record)), windowedInfo); });
+        return;
+    }
+    VLTaskNotification::postTaskErrorString(windowlessText);
+    VLLog::appendLog(QStringLiteral("%@"), windowlessText);
+    sys::nsLogText(windowlessText);
+}
+
+bool verifyDownloadChecksum(AppController& c, const UpdateRecord& record, const QString& file)
+{
+    if (!record.contains(record::kServerChecksum))
+        return true;
+    VLLog::appendLog(QStringLiteral("Getting checksum..."));
+    const QString server = record.value(record::kServerChecksum).toString();
+    const QString local = VLFileManager::sha1HashForFile(file).value_or(QString());
+    if (!local.isEmpty() && local == server)
+        return true;
+    VLLog::appendLog(QStringLiteral("Local checksum %@ didn't match server checksum %@."), local, server);
+    const QString info = QStringLiteral("Downloaded file is different from the server's version. Please redownload this update.");
+    const QString text = fnd::format(QStringLiteral("Unable to install %@. "), titleOf(record)) + info;
+    VLLog::appendLogAndPrint(QStringLiteral("%@"), text);
+    if (c.hasGUI)
+        onMain([&] { c.ui().installPanelSheet(fnd::format(QStringLiteral("Unable to install %@"), titleOf(record)), info); });
+    else
+        VLTaskNotification::postTaskErrorString(text);
+    return false;
+}
+
+} // namespace install

@@ -1,0 +1,128 @@
+// Mode "checkpath": check one vendor application (normally started by that application's
+// "Check for Updates" link) and, when an update exists, hand its record to the windowed
+// application through the user default "updateGroupDict".
+//
+// The three-day throttle is global: "lastUpdateCheck" is written straight into the
+// updater's own preferences file, so any later -checkpath run within 259200 seconds, for
+// whatever application, exits at once.
+
+#include "lifecycle/RunModes.h"
+
+#include "AppController.h"
+#include "UpdateRecord.h"
+#include "lifecycle/PreferenceKeys.h"
+#include "platform/foundation/Foundation.h"
+#include "platform/plist/PropertyList.h"
+#include "platform/system/Bundle.h"
+#include "platform/system/UserDefaults.h"
+#include "shared/VLLocalPaths.h"
+#include "shared/VLLog.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+
+namespace runmodes {
+
+namespace {
+
+const QString kVendorPrefix = QStringLiteral("com.velmora.");
+constexpr qint64 kThrottleSeconds = 259200;
+
+bool checkedRecently()
+{
+    const std::optional<QDateTime> last = sys::UserDefaults::standard().dateForKey(prefs::kLastUpdateCheck);
+    // timeIntervalSinceNow > -259200: less than three days ago (or in the future).
+    return last && QDateTime::currentDateTimeUtc().secsTo(*last) > -kThrottleSeconds;
+}
+
+void recordCheckInPreferencesFile()
+{
+    const QString path = fnd::stringByAppendingPathComponent(VLLocalPaths::prefsDirectory(true), prefs::kOwnPreferencesFileName);
+    QVariantMap preferences = plist::readDictionaryFile(path).value_or(QVariantMap{});
+    preferences.insert(prefs::kLastUpdateCheck, QDateTime::currentDateTimeUtc());
+    QString error;
+    if (!QDir().mkpath(QFileInfo(path).path()) || !plist::writeXmlFileAtomically(preferences, path, &error)) {
+        VLLog::appendLog(QStringLiteral("Unable to record the check in %@: %@"), path, error);
+        return;
+    }
+    // The standard defaults object caches the file; make it read the new value.
+    (void)sys::UserDefaults::standard().synchronize();
+}
+
+bool selfUpdateMayBeOffered(const QString& checkPath)
+{
+    const QString ownPath = sys::Bundle::mainBundle().bundlePath();
+    return !ownPath.startsWith(checkPath) && !ownPath.startsWith(VLLocalPaths::tempDirectory());
+}
+
+QVariantMap updateDescriptor(const QString& checkPath, const QVariantMap& info)
+{
+    for (const char* relative : {"Contents/Resources/VLUpdates.plist", "Contents/VLUpdates.plist"}) {
+        const QString path = fnd::stringByAppendingPathComponent(checkPath, QString::fromLatin1(relative));
+        if (std::optional<QVariantMap> descriptor = plist::readDictionaryFile(path))
+            return *descriptor;
+    }
+    return info;
+}
+
+QString stringOrNull(const QVariant& value)
+{
+    return value.isValid() ? fnd::stringValue(value) : QString();
+}
+
+std::optional<UpdateRecord> checkApplication(AppController& controller, const QString& checkPath,
+                                             const sys::Bundle& bundle)
+{
+    const QVariantMap& info = bundle.infoDictionary();
+    const QVariantMap descriptor = updateDescriptor(checkPath, info);
+    if (!descriptor.contains(QStringLiteral("SUFeedURL"))) {
+        return controller.updateGroup(stringOrNull(descriptor.value(QStringLiteral("VLGroupID"))),
+                                      stringOrNull(descriptor.value(QStringLiteral("VLGroupApp"))),
+                                      stringOrNull(descriptor.value(QStringLiteral("VLGroupSubapp"))),
+                                      fnd::intValue(descriptor.value(QStringLiteral("VLGroupVersion"))),
+                                      stringOrNull(descriptor.value(QStringLiteral("VLGroupVersionString"))),
+                                      bundle.bundleIdentifier().value_or(QString()));
+    }
+    return controller.updateSparkleFeed(stringOrNull(descriptor.value(QStringLiteral("SUFeedURL"))), checkPath,
+                                        stringOrNull(info.value(QStringLiteral("CFBundleIdentifier"))),
+                                        fnd::intValue(info.value(QStringLiteral("CFBundleVersion"))),
+                                        stringOrNull(info.value(QStringLiteral("CFBundleShortVersionString"))));
+}
+
+} // namespace
+
+int runCheckpath(const QString& checkPath)
+{
+    const std::optional<sys::Bundle> bundle = sys::Bundle::bundleWithPath(checkPath);
+    if (!bundle)
+        return 0;
+    if (!bundle->bundleIdentifier().value_or(QString()).startsWith(kVendorPrefix))
+        return 0;
+    if (checkedRecently())
+        return 0;
+    recordCheckInPreferencesFile();
+
+    std::unique_ptr<AppController> controller = AppController::init();
+    const bool selfAllowed = selfUpdateMayBeOffered(checkPath);
+    const std::optional<UpdateRecord> selfRecord = controller->checkForUpdatesToSelf();
+    if (selfAllowed && selfRecord && !fnd::boolValue(selfRecord->value(record::kSkipped))) {
+        sys::UserDefaults::standard().setObject(*selfRecord, prefs::kUpdateGroupDict);
+        (void)sys::UserDefaults::standard().synchronize();
+        controller.reset();
+        return windowedApplicationUnavailable("an update of the updater itself was found and stored in \"updateGroupDict\"");
+    }
+    if (!bundle->hasInfoDictionary())
+        return 1;
+
+    const std::optional<UpdateRecord> found = checkApplication(*controller, checkPath, *bundle);
+    controller.reset();
+    if (!found)
+        return 1;
+    if (record::isUpToDateMarker(*found))
+        return 0;
+    sys::UserDefaults::standard().setObject(*found, prefs::kUpdateGroupDict);
+    return windowedApplicationUnavailable("an update was found and stored in \"updateGroupDict\"");
+}
+
+} // namespace runmodes

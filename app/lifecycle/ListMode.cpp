@@ -1,0 +1,53 @@
+// Modes "-list" and "-autocheck": a full check without a window. -list prints the records
+// as the description text of {"updates": [...]} (no newline added) and exits 0;
+// -autocheck continues as the windowed application when something was found and neither
+// vendor network client is running.
+
+#include "lifecycle/RunModes.h"
+
+#include "AppController.h"
+#include "platform/plist/PropertyList.h"
+
+#include <cstdio>
+
+namespace runmodes {
+
+namespace {
+
+QVariantList collectUpdates(AppController& controller, const QStringList& arguments)
+{
+    QVariantList updates;
+    if (const std::optional<UpdateRecord> self = controller.checkForUpdatesToSelf()) {
+        updates.append(*self);
+        return updates;
+    }
+    controller.checkForUpdates(forcedIdentifiers(arguments));
+    std::lock_guard lock(controller.dataArrayLock);
+    for (const UpdateRecord& found : controller.dataArray)
+        updates.append(found);
+    return updates;
+}
+
+} // namespace
+
+int runListOrAutocheck(const QStringList& arguments)
+{
+    std::unique_ptr<AppController> controller = AppController::initWithoutGUI();
+    const QVariantList updates = collectUpdates(*controller, arguments);
+
+    if (arguments.contains(QStringLiteral("-list"))) {
+        const QByteArray text = plist::description(QVariantMap{{QStringLiteral("updates"), updates}}).toUtf8();
+        std::printf("%s", text.constData());
+        std::fflush(stdout);
+        controller.reset();
+        return 0;
+    }
+
+    controller.reset();
+    if (updates.isEmpty() || AppController::isProcessRunning(QStringLiteral("Harrowlink"))
+        || AppController::isProcessRunning(QStringLiteral("Tessel")))
+        return 0;
+    return windowedApplicationUnavailable("-autocheck found updates and would continue as the windowed application");
+}
+
+} // namespace runmodes

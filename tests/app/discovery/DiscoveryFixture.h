@@ -1,0 +1,102 @@
+#pragma once
+// DiscoveryFixture: the in-process set-up shared by the discovery tests. A fresh log, HOME,
+// TMPDIR and system root (LogFixture), one local HTTPS server per test suite whose folder
+// holds the feeds, the environment contract pointing at it (update server, web site, CA),
+// a windowed controller with the null interface (windowed, so exceptions return instead of
+// ending the test process), and helpers to lay out vendor bundles.
+//
+// Lifecycle: one per test, on the main thread; the server lives for the test suite.
+
+#include "AppController.h"
+#include "UpdateRecord.h"
+#include "platform/plist/PropertyList.h"
+#include "platform/system/UserDefaults.h"
+#include "support/LogFixture.h"
+#include "support/QtPrinters.h"
+#include "support/ScopedEnvironment.h"
+#include "support/TestServer.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace vltest {
+
+class DiscoveryFixture : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        feeds_ = std::make_unique<QTemporaryDir>();
+        server_ = std::make_unique<TestServer>();
+        TestServerOptions options;
+        options.root = feeds_->path();
+        options.strict = false;
+        ASSERT_TRUE(server_->start(options)) << server_->errorString().toStdString();
+    }
+    static void TearDownTestSuite()
+    {
+        server_.reset();
+        feeds_.reset();
+    }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(server_ && server_->isRunning());
+        env_.set("TMPDIR", log_.path(QStringLiteral("tmp")));
+        QDir().mkpath(log_.path(QStringLiteral("tmp")));
+        env_.set("VELMORA_UPDATE_SERVER", server_->baseUrl());
+        env_.set("VELMORA_WEB_SITE", server_->baseUrl() + QStringLiteral("/"));
+        env_.set("VELMORA_CA_FILE", server_->caFile());
+        (void)server_->setRoutes({});
+        server_->clearLog();
+        controller_ = AppController::init();
+    }
+    void TearDown() override
+    {
+        controller_.reset();
+        for (const char* key : {"testURL", "testBetaURL", "testSelfURL", "testSelfBetaURL", "showBetaUpdates"})
+            sys::UserDefaults::standard().removeObjectForKey(QString::fromLatin1(key));
+    }
+
+    static QString feedURL(const QString& path) { return server_->url(path); }
+    static void writeFeed(const QString& path, const QByteArray& bytes)
+    {
+        const QString file = feeds_->path() + path;
+        QDir().mkpath(QFileInfo(file).path());
+        QFile out(file);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        out.write(bytes);
+    }
+    static void writePlistFeed(const QString& path, const QVariant& value) { writeFeed(path, plist::writeXml(value)); }
+
+    QString sysPath(const QString& absolute) const { return log_.path(QStringLiteral("sysroot")) + absolute; }
+
+    // A vendor bundle: Info.plist with identifier and versions, a descriptor when given.
+    QString makeBundle(const QString& path, const QString& identifier, const QString& version,
+                       const std::optional<QVariantMap>& descriptor, const QString& shortVersion = QStringLiteral("1.0"))
+    {
+        QDir().mkpath(path + QStringLiteral("/Contents/Resources"));
+        const QVariantMap info = {{QStringLiteral("CFBundleIdentifier"), identifier},
+                                  {QStringLiteral("CFBundleVersion"), version},
+                                  {QStringLiteral("CFBundleShortVersionString"), shortVersion}};
+        EXPECT_TRUE(plist::writeXmlFileAtomically(info, path + QStringLiteral("/Contents/Info.plist")));
+        if (descriptor) {
+            EXPECT_TRUE(plist::writeXmlFileAtomically(*descriptor, path + QStringLiteral("/Contents/Resources/VLUpdates.plist")));
+        }
+        return path;
+    }
+
+    LogFixture log_;
+    ScopedEnvironment env_;
+    std::unique_ptr<AppController> controller_;
+    static inline std::unique_ptr<QTemporaryDir> feeds_;
+    static inline std::unique_ptr<TestServer> server_;
+};
+
+} // namespace vltest

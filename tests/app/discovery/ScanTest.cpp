@@ -1,0 +1,122 @@
+// The installed-app scans: the name filter table, which folders are descended into, the
+// descriptor lookup, group identifiers of both scans, link loops and cancellation.
+
+#include "DiscoveryFixture.h"
+
+#include <QFile>
+
+using vltest::DiscoveryFixture;
+
+TEST(NameFilter, RulesAreTestedOnTheLowerCasedLastComponent)
+{
+    const QList<QPair<const char*, bool>> cases = {
+        {"/A/.hidden", true}, {"/A/Help", true}, {"/A/HTML", true}, {"/A/html5", false},
+        {"/A/Adobe Premiere Pro 2024", true}, {"/A/Microsoft Word.app", true}, {"/A/Pineapple.app", true},
+        {"/A/Avidemux.app", true}, {"/A/Blender", true}, {"/A/Blender.app", false},
+        {"/A/DivX Player.app", true}, {"/A/Doc", true}, {"/A/Docs", true}, {"/A/Docker.app", false},
+        {"/A/FileMaker Pro.app", true}, {"/A/Lib", true}, {"/A/Library", false}, {"/A/Support", true},
+        {"/A/Final Cut Pro Additional Easy Setups.localized", true}, {"/A/Audio Ease", true},
+        {"/A/QuickTime Player.app", false}, // the table's entry keeps a capital T: never matches
+        {"/A/GenArts Sapphire", true}, {"/A/WacomTablet", true}, {"/A/My Wacom", false},
+        {"/A/Velmora Tool.app", false}, {"/A/Utilities/", false}, {"/A/Support/", true},
+    };
+    for (const auto& [path, skipped] : cases)
+        EXPECT_EQ(AppController::isFileBlacklisted(QString::fromUtf8(path)), skipped) << path;
+}
+
+namespace {
+
+class Scan : public DiscoveryFixture {
+protected:
+    QString apps_;
+    void SetUp() override
+    {
+        DiscoveryFixture::SetUp();
+        apps_ = sysPath(QStringLiteral("/Applications"));
+        const QVariantMap groupA = {{QStringLiteral("VLGroupID"), QStringLiteral("grpA")}};
+        makeBundle(apps_ + QStringLiteral("/One.app"), QStringLiteral("com.velmora.One"), QStringLiteral("1"), groupA);
+        makeBundle(apps_ + QStringLiteral("/Utilities/Two.app"), QStringLiteral("com.velmora.Two"), QStringLiteral("1"),
+                   QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpB")}});
+        // A Sparkle application with a group: its group counts for the bundle scan only.
+        makeBundle(apps_ + QStringLiteral("/Feed.app"), QStringLiteral("com.velmora.Feed"), QStringLiteral("1"),
+                   QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpC")},
+                               {QStringLiteral("SUFeedURL"), QStringLiteral("https://x/f.xml")}});
+        // Not a vendor bundle for the group scan (foreign identifier), still found by the bundle scan.
+        makeBundle(apps_ + QStringLiteral("/Other.app"), QStringLiteral("org.other.App"), QStringLiteral("1"),
+                   QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpD")}});
+        makeBundle(apps_ + QStringLiteral("/Plain.app"), QStringLiteral("com.velmora.Plain"), QStringLiteral("1"), std::nullopt);
+        makeBundle(apps_ + QStringLiteral("/Adobe Stuff/Hidden.app"), QStringLiteral("com.velmora.H"), QStringLiteral("1"), groupA);
+        makeBundle(apps_ + QStringLiteral("/Extras.localized"), QStringLiteral("com.velmora.Extras"), QStringLiteral("1"), groupA);
+        makeBundle(apps_ + QStringLiteral("/Extras.localized/Inner.app"), QStringLiteral("com.velmora.Inner"), QStringLiteral("1"), groupA);
+        QFile::link(apps_, apps_ + QStringLiteral("/Utilities/Back")); // an absolute link to an ancestor
+        QFile::link(QStringLiteral(".."), apps_ + QStringLiteral("/Utilities/Up")); // a relative one
+    }
+};
+
+QStringList sorted(QStringList list)
+{
+    list.sort();
+    return list;
+}
+
+} // namespace
+
+TEST_F(Scan, BundleScanFindsDescriptorsAndTheirGroups)
+{
+    std::optional<QStringList> groups;
+    const std::optional<QStringList> bundles = controller_->VLAppsInFolder(apps_, &groups);
+    ASSERT_TRUE(bundles);
+    EXPECT_EQ(sorted(*bundles), sorted({apps_ + QStringLiteral("/One.app"), apps_ + QStringLiteral("/Utilities/Two.app"),
+                                        apps_ + QStringLiteral("/Feed.app"), apps_ + QStringLiteral("/Other.app"),
+                                        apps_ + QStringLiteral("/Extras.localized")}));
+    ASSERT_TRUE(groups);
+    EXPECT_EQ(sorted(*groups), sorted({QStringLiteral("grpA"), QStringLiteral("grpB"), QStringLiteral("grpC"),
+                                       QStringLiteral("grpD"), QStringLiteral("grpA")}));
+    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Warning: Symbolic link links back to itself.")));
+}
+
+TEST_F(Scan, GroupScanKeepsVendorGroupMembersOnly)
+{
+    const std::optional<QStringList> groups = controller_->groupIDsInFolder(apps_);
+    ASSERT_TRUE(groups);
+    EXPECT_EQ(sorted(*groups), sorted({QStringLiteral("grpA"), QStringLiteral("grpB"), QStringLiteral("grpA")}));
+    EXPECT_TRUE(controller_->groupIDExists(QStringLiteral("grpB")));
+    EXPECT_FALSE(controller_->groupIDExists(QStringLiteral("grpC")));
+    EXPECT_FALSE(controller_->groupIDExists(QStringLiteral("GRPB")));
+}
+
+TEST_F(Scan, DescriptorInResourcesWinsAndUnreadableDescriptorsCountAsEmpty)
+{
+    const QString both = makeBundle(apps_ + QStringLiteral("/Both.app"), QStringLiteral("com.velmora.Both"), QStringLiteral("1"),
+                                    QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("fromResources")}});
+    ASSERT_TRUE(plist::writeXmlFileAtomically(QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("fromContents")}},
+                                              both + QStringLiteral("/Contents/VLUpdates.plist")));
+    const QString junk = makeBundle(apps_ + QStringLiteral("/Junk.app"), QStringLiteral("com.velmora.Junk"), QStringLiteral("1"), std::nullopt);
+    QFile bad(junk + QStringLiteral("/Contents/VLUpdates.plist"));
+    ASSERT_TRUE(bad.open(QIODevice::WriteOnly));
+    bad.write("not a plist");
+    bad.close();
+
+    std::optional<QStringList> groups;
+    const std::optional<QStringList> bundles = controller_->VLAppsInFolder(apps_, &groups);
+    ASSERT_TRUE(bundles && groups);
+    EXPECT_TRUE(bundles->contains(junk));
+    EXPECT_TRUE(groups->contains(QStringLiteral("fromResources")));
+    EXPECT_FALSE(groups->contains(QStringLiteral("fromContents")));
+}
+
+TEST_F(Scan, FailuresAndCancellationGiveNothing)
+{
+    std::optional<QStringList> groups = QStringList{QStringLiteral("stale")};
+    EXPECT_FALSE(controller_->VLAppsInFolder(apps_ + QStringLiteral("/Missing"), &groups));
+    EXPECT_FALSE(groups);
+    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Error getting contents of directory")));
+    // A folder that is a link back to an ancestor is refused at once.
+    EXPECT_FALSE(controller_->VLAppsInFolder(apps_ + QStringLiteral("/Utilities/Back")));
+
+    controller_->updateCancelled = true;
+    groups = QStringList();
+    EXPECT_FALSE(controller_->VLAppsInFolder(apps_, &groups));
+    EXPECT_FALSE(groups);
+    EXPECT_FALSE(controller_->groupIDsInFolder(apps_));
+}

@@ -1,0 +1,72 @@
+// The three installers' early exits with a window: a cancelled pass only closes the panel, and
+// a download that is not there is reported with the installer's own words.
+#include "AppController.h"
+#include "UpdateRecord.h"
+
+#include "support/LogFixture.h"
+#include "support/QtPrinters.h"
+#include "support/RecordingUserInterface.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class InstallersTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        log_.environment().set("TMPDIR", log_.path(QStringLiteral("tmp")));
+        ASSERT_TRUE(QDir().mkpath(log_.path(QStringLiteral("tmp"))));
+        auto ui = std::make_unique<vltest::RecordingUserInterface>();
+        ui_ = ui.get();
+        controller_ = AppController::init(std::move(ui));
+    }
+
+    void runEach(const UpdateRecord& record)
+    {
+        controller_->installSparkleApp(record);
+        controller_->installGroupApp(record, true);
+        controller_->installSelfUpdate(record);
+    }
+
+    vltest::LogFixture log_;
+    vltest::RecordingUserInterface* ui_ = nullptr; // owned by the controller
+    std::unique_ptr<AppController> controller_;
+};
+
+const UpdateRecord kRecord{{record::kTitle, QStringLiteral("Tessel 2.0")},
+                           {record::kUrl, QStringLiteral("https://example.com/files/Tessel.dmg")},
+                           {record::kPath, QStringLiteral("/Applications/Tessel.app")}};
+
+TEST_F(InstallersTest, ACancelledPassOnlyClosesThePanel)
+{
+    controller_->updateCancelled = true;
+    runEach(kRecord);
+    EXPECT_EQ(ui_->calls(), (QStringList{"endProgress", "endProgress", "endProgress"}));
+}
+
+TEST_F(InstallersTest, AMissingDownloadIsReportedByEachInstaller)
+{
+    runEach(kRecord);
+    const QString title = QStringLiteral("alertPanel:Unable to install Tessel 2.0");
+    EXPECT_EQ(ui_->calls(), (QStringList{"status:Installing Tessel 2.0...", "startInstallProgress", title,
+                                         "status:Installing Tessel 2.0...", "startInstallProgress", title,
+                                         "status:Installing Tessel 2.0...", "startInstallProgress", title}));
+    const QString log = vltest::LogFixture::logText();
+    EXPECT_TRUE(log.contains(QStringLiteral("Installing Sparkle app Tessel 2.0...")));
+    EXPECT_FALSE(log.contains(QStringLiteral("Mounting disk image...")));
+}
+
+TEST_F(InstallersTest, AnUnsafeDownloadNameIsNeverLookedFor)
+{
+    // The temporary folder's parent holds a file the name ".." would reach.
+    ASSERT_TRUE(QDir().mkpath(controller_->downloadPath));
+    UpdateRecord hostile = kRecord;
+    hostile.insert(record::kUrl, QStringLiteral("https://example.com/files/.."));
+    runEach(hostile);
+    EXPECT_EQ(ui_->calls().count(QStringLiteral("alertPanel:Unable to install Tessel 2.0")), 3);
+    EXPECT_FALSE(vltest::LogFixture::logText().contains(QStringLiteral("Mounting disk image...")));
+    EXPECT_TRUE(QDir(controller_->downloadPath).exists());
+}
+
+} // namespace
