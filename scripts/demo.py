@@ -1,0 +1,278 @@
+#!/usr/bin/python3
+"""The built-in demo: the updater's main job against a sandboxed Mac-like tree.
+
+  demo.py --build BUILD_DIR --out DEMO_DIR
+
+Lays out DEMO_DIR/sysroot (Applications with four vendor applications: two checked against
+Sparkle appcasts, two members of one vendor group; the fake system tools; SystemVersion.plist),
+DEMO_DIR/home and DEMO_DIR/tmp, starts the local HTTPS update server (scripts/testserver.py)
+on DEMO_DIR/server, then runs the real updater:
+
+  1. SoftwareUpdate -list                      the records of every available update
+  2. SoftwareUpdate -install sparkle <app>     a disk-image update of a Sparkle application
+  3. SoftwareUpdate -install group <group ID>  an installer-package update of the group
+  4. SoftwareUpdate -install self <own ID>     the updater's own update, through its helper
+
+with a notification listener standing in for the vendor client, and shows what changed.
+"""
+
+import argparse
+import hashlib
+import io
+import json
+import os
+import plistlib
+import shutil
+import subprocess
+import sys
+import tarfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+TOOL_PATHS = {
+    "hdiutil": "usr/bin", "killall": "usr/bin", "ditto": "usr/bin", "touch": "usr/bin",
+    "pkexec": "usr/bin", "xdg-open": "usr/bin", "xattr": "usr/bin", "installer": "usr/sbin",
+    "chown": "usr/sbin", "diskutil": "usr/sbin", "rm": "bin", "mv": "bin", "cp": "bin",
+    "mkdir": "bin", "chmod": "bin", "launchctl": "bin",
+}
+GROUP_ID = "com.velmora.studio"
+SELF_ID = "com.velmora.SoftwareUpdate"
+
+
+def write_plist(path, value):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as f:
+        plistlib.dump(value, f)
+
+
+def make_app(folder, name, identifier, build, short, descriptor):
+    app = os.path.join(folder, name + ".app")
+    executable = name.replace(" ", "")
+    write_plist(os.path.join(app, "Contents", "Info.plist"), {
+        "CFBundleIdentifier": identifier, "CFBundleVersion": str(build),
+        "CFBundleShortVersionString": short, "CFBundleExecutable": executable,
+        "CFBundleName": name,
+    })
+    macos = os.path.join(app, "Contents", "MacOS")
+    os.makedirs(macos, exist_ok=True)
+    with open(os.path.join(macos, executable), "w") as f:
+        f.write("#!/bin/sh\necho '%s %s'\n" % (name, short))
+    os.chmod(os.path.join(macos, executable), 0o755)
+    if descriptor is not None:
+        write_plist(os.path.join(app, "Contents", "Resources", "VLUpdates.plist"), descriptor)
+    return app
+
+
+def tar_folder(archive, folder, arcname):
+    with tarfile.open(archive, "w") as t:
+        t.add(folder, arcname=arcname)
+
+
+def sha1(path):
+    with open(path, "rb") as f:
+        return hashlib.sha1(f.read()).hexdigest()
+
+
+def install_fake_tools(sysroot):
+    source = os.path.join(HERE, "fake-tools", "faketool.py")
+    for tool, folder in TOOL_PATHS.items():
+        target = os.path.join(sysroot, folder, tool)
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        shutil.copyfile(source, target)
+        os.chmod(target, 0o755)
+
+
+def lay_out_tree(out, build):
+    sysroot, home = os.path.join(out, "sysroot"), os.path.join(out, "home")
+    # The folders every Mac has: the machine's log folder matters for runs as root, whose
+    # current log file lives there.
+    for folder in ("Applications", "Volumes", "Library/Application Support", "Library/Logs/Velmora",
+                   "Library/PreferencePanes", "tmp"):
+        os.makedirs(os.path.join(sysroot, folder), exist_ok=True)
+    for folder in ("Preferences", "Logs", "PreferencePanes"):
+        os.makedirs(os.path.join(home, "Library", folder), exist_ok=True)
+    os.makedirs(os.path.join(home, ".Trash"), exist_ok=True)
+    os.makedirs(os.path.join(out, "tmp"), exist_ok=True)
+    write_plist(os.path.join(sysroot, "System/Library/CoreServices/SystemVersion.plist"),
+                {"ProductName": "macOS", "ProductVersion": "14.2.1"})
+    install_fake_tools(sysroot)
+    updater = os.path.join(sysroot, "Applications", "Velmora Software Update.app")
+    shutil.copytree(os.path.join(build, "Velmora Software Update.app"), updater, symlinks=True)
+    helper = os.path.join(sysroot, "Library/Application Support/Velmora/Shared Resources/SoftwareUpdateHelper.app")
+    if os.path.isdir(os.path.join(build, "SoftwareUpdateHelper.app")):
+        shutil.copytree(os.path.join(build, "SoftwareUpdateHelper.app"), helper, symlinks=True)
+    return sysroot, home, updater
+
+
+def make_downloads(out, server_root, updater):
+    """The files the server offers: disk images are tar archives the fake hdiutil mounts."""
+    staging, downloads = os.path.join(out, "staging"), os.path.join(server_root, "downloads")
+    os.makedirs(downloads, exist_ok=True)
+    notes = os.path.join(staging, "notes")
+    make_app(notes, "Velmora Notes", "com.velmora.Notes", 130, "1.3", {"SUFeedURL": "(set below)"})
+    tar_folder(os.path.join(downloads, "VelmoraNotes-1.3.dmg"), notes, "Velmora Notes 1.3")
+
+    payload = os.path.join(staging, "studio-payload")
+    for name, app in (("Velmora Cut", "cut"), ("Velmora Color", "color")):
+        make_app(os.path.join(payload, "payload", "Applications"), name, "com.velmora." + app.capitalize(),
+                 800, "8.0", {"VLGroupID": GROUP_ID, "VLGroupVersion": 8, "VLGroupVersionString": "8.0",
+                              "VLGroupApp": app})
+    volume = os.path.join(staging, "studio-volume")
+    os.makedirs(volume, exist_ok=True)
+    with tarfile.open(os.path.join(volume, "Velmora Studio.pkg"), "w") as t:
+        t.add(os.path.join(payload, "payload"), arcname="payload")
+    tar_folder(os.path.join(downloads, "VelmoraStudio-8.0.dmg"), volume, "Velmora Studio 8.0")
+
+    new_self = os.path.join(staging, "self")
+    shutil.copytree(updater, os.path.join(new_self, "Velmora Software Update.app"), symlinks=True)
+    info_path = os.path.join(new_self, "Velmora Software Update.app", "Contents", "Info.plist")
+    with open(info_path, "rb") as f:
+        info = plistlib.load(f)
+    info["CFBundleVersion"], info["CFBundleShortVersionString"] = "999", "9.9.9"
+    write_plist(info_path, info)
+    tar_folder(os.path.join(downloads, "VelmoraSoftwareUpdate-9.9.9.dmg"), new_self, "Velmora Software Update")
+
+
+def write_feeds(server_root, base, own_build):
+    downloads = os.path.join(server_root, "downloads")
+    notes_dmg = os.path.join(downloads, "VelmoraNotes-1.3.dmg")
+    appcasts = os.path.join(server_root, "appcasts")
+    os.makedirs(appcasts, exist_ok=True)
+    sparkle = """<?xml version="1.0" encoding="utf-8"?>
+<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
+  <channel>
+    <title>{name}</title>
+    <item>
+      <title>{name} {short}</title>
+      <link>{base}notes</link>
+      <description><![CDATA[<h3>What's new</h3><ul><li>Faster search</li><li>Tags</li></ul>]]></description>
+      <enclosure url="{url}" sparkle:version="{build}" sparkle:shortVersionString="{short}"
+                 size="{size}" checksum="{checksum}" type="application/octet-stream"/>
+    </item>
+  </channel>
+</rss>
+"""
+    with open(os.path.join(appcasts, "notes.xml"), "w") as f:
+        f.write(sparkle.format(name="Velmora Notes", short="1.3", build=130, base=base,
+                               url=base + "downloads/VelmoraNotes-1.3.dmg",
+                               size=os.path.getsize(notes_dmg), checksum=sha1(notes_dmg)))
+    with open(os.path.join(appcasts, "clipper.xml"), "w") as f:
+        f.write(sparkle.format(name="Velmora Clipper", short="2.0", build=200, base=base,
+                               url=base + "downloads/none.dmg", size=1, checksum="0"))
+
+    studio_dmg = os.path.join(downloads, "VelmoraStudio-8.0.dmg")
+    group = {
+        "groupVersion": 8, "groupVersionString": "8.0", "groupID": GROUP_ID,
+        "title": "Velmora Studio 8.0", "url": base + "downloads/VelmoraStudio-8.0.dmg",
+        "pageurl": base + "studio", "description": "<p>Velmora Cut and Velmora Color 8.0.</p>",
+        "size": os.path.getsize(studio_dmg), "checksum": sha1(studio_dmg), "minOS": "10.13.6",
+        "type": "group", "groupid": GROUP_ID, "selected": 1,
+    }
+    rss = os.path.join(server_root, "rss", "appcasts")
+    write_plist(os.path.join(rss, GROUP_ID + ".xml"), group)
+    write_plist(os.path.join(server_root, "rss", "appcast"), group)
+
+    self_dmg = os.path.join(downloads, "VelmoraSoftwareUpdate-9.9.9.dmg")
+    write_plist(os.path.join(rss, SELF_ID + ".xml"), {
+        "groupVersion": own_build, "groupVersionString": "current", "title": "Velmora Software Update 9.9.9",
+        "url": base + "downloads/VelmoraSoftwareUpdate-9.9.9.dmg", "size": os.path.getsize(self_dmg),
+        "description": "<p>The updater itself.</p>", "type": "self", "groupid": SELF_ID, "bundleid": SELF_ID,
+    })
+
+
+def install_demo_apps(sysroot, base):
+    apps = os.path.join(sysroot, "Applications")
+    make_app(apps, "Velmora Notes", "com.velmora.Notes", 120, "1.2", {"SUFeedURL": base + "appcasts/notes.xml"})
+    make_app(apps, "Velmora Clipper", "com.velmora.Clipper", 200, "2.0", {"SUFeedURL": base + "appcasts/clipper.xml"})
+    for name, app in (("Velmora Cut", "cut"), ("Velmora Color", "color")):
+        make_app(apps, name, "com.velmora." + app.capitalize(), 700, "7.0",
+                 {"VLGroupID": GROUP_ID, "VLGroupVersion": 7, "VLGroupVersionString": "7.0", "VLGroupApp": app})
+    make_app(apps, "Other Vendor Tool", "com.example.Tool", 1, "1.0", None)
+
+
+def start_server(out, server_root):
+    log = open(os.path.join(out, "server-stdout.log"), "w")
+    server = subprocess.Popen(["/usr/bin/python3", os.path.join(HERE, "testserver.py"), "--root", server_root,
+                               "--cert-dir", os.path.join(out, "certs"), "--log", os.path.join(out, "requests.log")],
+                              stdout=subprocess.PIPE, stderr=log, text=True)
+    port = int(server.stdout.readline().strip())
+    return server, port
+
+
+def start_listener(env):
+    listener = subprocess.Popen(["/usr/bin/python3", os.path.join(HERE, "notification-listener.py"),
+                                 "--name", "VLTesselCallback"], stdout=subprocess.PIPE, text=True, env=env)
+    listener.stdout.readline()
+    return listener
+
+
+def run_step(title, command, env):
+    print("\n$ SoftwareUpdate " + " ".join(command[1:]))
+    print("  (%s)" % title)
+    started = time.time()
+    result = subprocess.run(command, env=env, capture_output=True, text=True, timeout=300)
+    for line in result.stdout.splitlines():
+        print("  | " + line)
+    for line in result.stderr.splitlines():
+        print("  ! " + line)
+    print("  exit status %d after %.1f s" % (result.returncode, time.time() - started))
+    return result.returncode
+
+
+def show_tree(sysroot, home):
+    print("\nInstalled applications now:")
+    apps = os.path.join(sysroot, "Applications")
+    for name in sorted(os.listdir(apps)):
+        info = os.path.join(apps, name, "Contents", "Info.plist")
+        if os.path.isfile(info):
+            with open(info, "rb") as f:
+                plist = plistlib.load(f)
+            print("  %-32s %s (%s)" % (name, plist.get("CFBundleShortVersionString"), plist.get("CFBundleVersion")))
+    print("In the Trash: %s" % (", ".join(sorted(os.listdir(os.path.join(home, ".Trash")))) or "nothing"))
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--out", required=True)
+    args = parser.parse_args()
+    out = os.path.abspath(args.out)
+    shutil.rmtree(out, ignore_errors=True)
+    os.makedirs(out)
+    sysroot, home, updater = lay_out_tree(out, os.path.abspath(args.build))
+    server_root = os.path.join(out, "server")
+    make_downloads(out, server_root, updater)
+    server, port = start_server(out, server_root)
+    base = "https://localhost:%d/" % port
+    with open(os.path.join(updater, "Contents", "Info.plist"), "rb") as f:
+        own_build = int(plistlib.load(f)["CFBundleVersion"])
+    write_feeds(server_root, base, own_build)
+    install_demo_apps(sysroot, base)
+
+    env = dict(os.environ, HOME=home, TMPDIR=os.path.join(out, "tmp"), VELMORA_SYSROOT=sysroot,
+               VELMORA_UPDATE_SERVER="https://localhost:%d" % port, VELMORA_WEB_SITE=base,
+               VELMORA_CA_FILE=os.path.join(out, "certs", "ca.pem"), FAKE_INSTALLER_ALLOW_NONROOT="1")
+    executable = os.path.join(updater, "Contents", "MacOS", "SoftwareUpdate")
+    listener = start_listener(env)
+    print("Demo tree: %s (server https://localhost:%d)" % (out, port))
+    try:
+        run_step("every available update, as the vendor client reads them", [executable, "-list"], env)
+        run_step("a Sparkle application, from a disk image",
+                 [executable, "-install", "sparkle", os.path.join(sysroot, "Applications", "Velmora Notes.app")], env)
+        run_step("the vendor group, from an installer package", [executable, "-install", "group", GROUP_ID], env)
+        run_step("the updater itself, through SoftwareUpdateHelper", [executable, "-install", "self", SELF_ID], env)
+        time.sleep(2)
+        show_tree(sysroot, home)
+    finally:
+        listener.terminate()
+        messages = listener.stdout.read().splitlines()
+        server.terminate()
+        server.wait()
+    print("\nNotifications the client received:")
+    for line in messages:
+        print("  " + line)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
