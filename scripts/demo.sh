@@ -6,5 +6,5 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 bash "$here/scripts/setup.sh"
 export CCACHE_BASEDIR="$here"
 build="${BUILD_DIR:-$here/build}"
-BUILD_DIR="$build" bash "$here/scripts/build.sh" SoftwareUpdate $(ninja -C "$build" -t targets all 2>/dev/null | grep -q '^SoftwareUpdateHelper:' && echo SoftwareUpdateHelper)
+BUILD_DIR="$build" bash "$here/scripts/build.sh" SoftwareUpdate SoftwareUpdateHelper
 /usr/bin/python3 "$here/scripts/demo.py" --build "$build" --out "$build/demo"
