@@ -134,8 +134,9 @@ void Download::failWith(const QString& description)
     stopReply();
     if (deletesFileUponFailure_)
         discardFile();
-    if (delegate_.didFail)
-        delegate_.didFail(description); // may destroy this object: nothing may follow
+    // The delegate may destroy this object, and with it delegate_: call a copy that outlives it.
+    if (const auto didFail = delegate_.didFail)
+        didFail(description);
 }
 
 void Download::onMetaData()
@@ -240,6 +241,7 @@ void Download::onFinished()
     }
     file_->close();
     ended_ = true;
-    if (delegate_.didFinish)
-        delegate_.didFinish(); // may destroy this object: nothing may follow
+    // The delegate may destroy this object, and with it delegate_: call a copy that outlives it.
+    if (const auto didFinish = delegate_.didFinish)
+        didFinish();
 }

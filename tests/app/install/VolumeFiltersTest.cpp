@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace {
 
 struct FilterCase {
@@ -10,6 +12,12 @@ struct FilterCase {
     bool package; // the package installer's test
     bool updater; // the self installer's test
 };
+
+// Test names show the volume entry's name rather than the bytes of the case.
+void PrintTo(const FilterCase& c, std::ostream* os)
+{
+    *os << '"' << c.name << '"';
+}
 
 class VolumeFilterTest : public ::testing::TestWithParam<FilterCase> {};
 
