@@ -1,5 +1,8 @@
 #include "support/TestServer.h"
 
+#include <csignal>
+#include <sys/prctl.h>
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -76,6 +79,8 @@ bool TestServer::start(const TestServerOptions& options)
         args << QStringLiteral("--also-http");
 
     process_ = std::make_unique<QProcess>();
+    // A test that crashes must not leave its server running: the server ends with its parent.
+    process_->setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
     process_->setStandardErrorFile(workDir() + QStringLiteral("/server.err"));
     process_->start(QStringLiteral("/usr/bin/python3"), args);
     const QDeadlineTimer deadline(15000);
