@@ -19,7 +19,7 @@ using detail::setError;
 
 constexpr quint64 kLongMax = quint64(std::numeric_limits<qint64>::max());
 
-class BinaryReader {
+class BinaryReader : private detail::FirstError {
 public:
     explicit BinaryReader(const QByteArray& bytes)
         : data_(reinterpret_cast<const uchar*>(bytes.constData())), size_(quint64(bytes.size()))
@@ -32,13 +32,11 @@ public:
         if (readTrailer())
             root = object(top_, 0);
         if (!root)
-            setError(error, QStringLiteral("binary property list: %1").arg(error_));
+            setError(error, QStringLiteral("binary property list: %1").arg(firstError()));
         return root;
     }
 
 private:
-    enum class State : uchar { Unvisited, OnPath, Done };
-
     const uchar* data_;
     quint64 size_;
     int offsetSize_ = 0;
@@ -46,23 +44,7 @@ private:
     quint64 numObjects_ = 0;
     quint64 top_ = 0;
     quint64 tableOffset_ = 0;
-    std::vector<State> state_;
-    QHash<quint64, QVariant> done_;
-    qint64 work_ = 0;
-    QString error_;
-
-    std::nullopt_t fail(const QString& why)
-    {
-        if (error_.isEmpty())
-            error_ = why;
-        return std::nullopt;
-    }
-
-    bool failed(const QString& why)
-    {
-        fail(why);
-        return false;
-    }
+    detail::ObjectWalk walk_;
 
     quint64 readUInt(quint64 at, int width) const
     {
@@ -105,7 +87,7 @@ private:
             return failed(QStringLiteral("offset table does not match the file length"));
         if (!fitsWidth(numObjects_, refSize_) || !fitsWidth(tableOffset_, offsetSize_))
             return failed(QStringLiteral("reference or offset size too small for the file"));
-        state_.assign(numObjects_, State::Unvisited);
+        walk_.reset(numObjects_);
         return true;
     }
 
@@ -330,24 +312,13 @@ private:
 
     std::optional<QVariant> object(quint64 index, int depth)
     {
-        if (++work_ > detail::kMaxWork)
-            return fail(QStringLiteral("too many objects"));
-        if (depth > kMaxDepth)
-            return fail(QStringLiteral("nesting deeper than %1").arg(kMaxDepth));
-        if (state_[index] == State::Done)
-            return done_.value(index);
-        if (state_[index] == State::OnPath)
-            return fail(QStringLiteral("object %1 contains itself").arg(index));
-        const auto offset = offsetOf(index);
-        if (!offset)
-            return std::nullopt;
-        state_[index] = State::OnPath;
-        auto value = parseAt(*offset, depth);
-        if (!value)
-            return std::nullopt;
-        state_[index] = State::Done;
-        done_.insert(index, *value);
-        return value;
+        const auto decode = [&]() -> std::optional<QVariant> {
+            const auto offset = offsetOf(index);
+            if (!offset)
+                return std::nullopt;
+            return parseAt(*offset, depth);
+        };
+        return walk_.visit(index, depth, decode, [this](const QString& why) { return fail(why); });
     }
 };
 

@@ -15,8 +15,6 @@ namespace {
 
 using detail::Kind;
 
-enum class State : uchar { Unvisited, OnPath, Done };
-
 bool isDictionaryClass(const QString& name)
 {
     return name == u"NSDictionary" || name == u"NSMutableDictionary";
@@ -24,7 +22,7 @@ bool isDictionaryClass(const QString& name)
 
 class Unarchiver {
 public:
-    explicit Unarchiver(QVariantList objects) : objects_(std::move(objects)), state_(objects_.size(), State::Unvisited) {}
+    explicit Unarchiver(QVariantList objects) : objects_(std::move(objects)), walk_(std::size_t(objects_.size())) {}
 
     QString error;
 
@@ -48,9 +46,7 @@ public:
 
 private:
     QVariantList objects_;
-    std::vector<State> state_;
-    QHash<quint64, QVariant> done_;
-    qint64 work_ = 0;
+    detail::ObjectWalk walk_;
 
     std::nullopt_t fail(const QString& why)
     {
@@ -90,21 +86,9 @@ private:
 
     std::optional<QVariant> decodeIndex(quint64 index, int depth)
     {
-        if (++work_ > detail::kMaxWork)
-            return fail(QStringLiteral("too many objects"));
-        if (depth > kMaxDepth)
-            return fail(QStringLiteral("nesting deeper than %1").arg(kMaxDepth));
-        if (state_[index] == State::Done)
-            return done_.value(index);
-        if (state_[index] == State::OnPath)
-            return fail(QStringLiteral("object %1 contains itself").arg(index));
-        state_[index] = State::OnPath;
-        auto value = decodeStored(objects_[qsizetype(index)], depth);
-        if (!value)
-            return std::nullopt;
-        state_[index] = State::Done;
-        done_.insert(index, *value);
-        return value;
+        return walk_.visit(
+            index, depth, [&] { return decodeStored(objects_[qsizetype(index)], depth); },
+            [this](const QString& why) { return fail(why); });
     }
 
     std::optional<QVariant> decodeStored(const QVariant& stored, int depth)

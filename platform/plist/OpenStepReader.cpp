@@ -27,7 +27,7 @@ int hexDigit(char16_t c)
     return -1;
 }
 
-class OpenStepScanner {
+class OpenStepScanner : private detail::FirstError {
 public:
     explicit OpenStepScanner(QString text) : text_(std::move(text)) {}
 
@@ -37,32 +37,19 @@ public:
         if (root && skipBlanks() && at_ < text_.size())
             root = fail(QStringLiteral("unexpected text after the value"));
         if (!root)
-            setError(error, QStringLiteral("old-style property list, line %1: %2").arg(line()).arg(error_));
+            setError(error, QStringLiteral("old-style property list, line %1: %2").arg(line()).arg(firstError()));
         return root;
     }
 
 private:
     QString text_;
     qsizetype at_ = 0;
-    QString error_;
 
     int line() const
     {
         return 1 + int(text_.left(at_).count(u'\n'));
     }
 
-    std::nullopt_t fail(const QString& why)
-    {
-        if (error_.isEmpty())
-            error_ = why;
-        return std::nullopt;
-    }
-
-    bool failed(const QString& why)
-    {
-        fail(why);
-        return false;
-    }
 
     char16_t peek() const
     {
