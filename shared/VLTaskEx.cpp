@@ -59,6 +59,20 @@ QString decode(const QByteArray& data, VLTaskEx::Encoding encoding)
     return decoder.hasError() ? QString() : text;
 }
 
+// Starts a child with standard output and error on the null device, hands it to `task` when
+// given, and waits for it to exit. Launch failures propagate to the caller.
+std::shared_ptr<VLChildProcess> runSilentlyToExit(const QString& path, const QStringList& arguments, VLTaskRef* task)
+{
+    auto child = std::make_shared<VLChildProcess>(path, arguments);
+    child->setStandardOutput(VLChildProcess::Stream::Null);
+    child->setStandardError(VLChildProcess::Stream::Null);
+    if (task)
+        task->set(child);
+    child->launch();
+    child->waitUntilExit();
+    return child;
+}
+
 } // namespace
 
 std::shared_ptr<VLTaskEx> VLTaskEx::create()
@@ -74,13 +88,7 @@ bool VLTaskEx::runTask(const QString& path, const QStringList& arguments, VLTask
         return false;
     }
     try {
-        auto child = std::make_shared<VLChildProcess>(path, arguments);
-        child->setStandardOutput(VLChildProcess::Stream::Null);
-        child->setStandardError(VLChildProcess::Stream::Null);
-        if (task)
-            task->set(child);
-        child->launch();
-        child->waitUntilExit();
+        runSilentlyToExit(path, arguments, task);
         return true;
     } catch (const std::exception& e) {
         VLLog::appendLog(QStringLiteral("Exception running task %@: %@"), path, reasonOf(e));
@@ -166,14 +174,7 @@ int VLTaskEx::terminationCodeFromTask(const QString& path, const QStringList& ar
         logRefusal(path);
         return -1;
     }
-    auto child = std::make_shared<VLChildProcess>(path, arguments);
-    child->setStandardOutput(VLChildProcess::Stream::Null);
-    child->setStandardError(VLChildProcess::Stream::Null);
-    if (task)
-        task->set(child);
-    child->launch();
-    child->waitUntilExit();
-    return child->terminationStatus();
+    return runSilentlyToExit(path, arguments, task)->terminationStatus();
 }
 
 int VLTaskEx::terminationCodeFromTaskTimeout(const QString& path, const QStringList& arguments, double seconds)
