@@ -4,6 +4,7 @@
 
 #include "shared/VLAuthorization.h"
 #include "shared/VLFileManager.h"
+#include "support/ZipListing.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -120,24 +121,32 @@ TEST_F(VLFileManagerLadder, LocksAreWritePermissions)
     EXPECT_TRUE(VLFileManager::removeFile(folder, false));
 }
 
-TEST_F(VLFileManagerLadder, ToolsAreRunWithTheirArguments)
+TEST_F(VLFileManagerLadder, ArchivesReplaceWhatIsThereThroughTheTrash)
 {
     const QString source = sandbox.tmpPath(QStringLiteral("Docs"));
     ASSERT_TRUE(writeFile(source + QStringLiteral("/a.txt")));
     const QString zip = sandbox.tmpPath(QStringLiteral("docs.zip"));
     EXPECT_TRUE(VLFileManager::compressFile(source, zip));
-    EXPECT_TRUE(VLFileManager::compressFile(source, zip, false)); // the old archive is trashed first
-    const QString out = sandbox.tmpPath(QStringLiteral("out"));
-    EXPECT_TRUE(VLFileManager::decompressFile(zip, out));
-    EXPECT_TRUE(QFileInfo::exists(out + QStringLiteral("/a.txt")));
-    EXPECT_EQ(sandbox.toolCalls(QStringLiteral("ditto")),
-              (QList<QStringList>{{QStringLiteral("ditto"), QStringLiteral("-ck"), QStringLiteral("--keepParent"), source, zip},
-                                  {QStringLiteral("ditto"), QStringLiteral("-ck"), source, zip},
-                                  {QStringLiteral("ditto"), QStringLiteral("-xk"), zip, out}}));
-    EXPECT_TRUE(QFileInfo::exists(sandbox.homePath(QStringLiteral(".Trash/docs.zip"))));
+    EXPECT_TRUE(VLFileManager::compressFile(source, zip, false));
+    EXPECT_EQ(vltest::zipMembers(zip), QStringList{QStringLiteral("a.txt")});
+    // The first archive (parent kept) went to the Trash before the second was made.
+    EXPECT_EQ(vltest::zipMembers(sandbox.homePath(QStringLiteral(".Trash/docs.zip"))),
+              (QStringList{QStringLiteral("Docs/"), QStringLiteral("Docs/a.txt")}));
 
-    VLFileManager::touchFile(zip);
-    EXPECT_EQ(sandbox.toolCalls(QStringLiteral("touch")), (QList<QStringList>{{QStringLiteral("touch"), QStringLiteral("-c"), zip}}));
+    const QString out = sandbox.tmpPath(QStringLiteral("out"));
+    ASSERT_TRUE(writeFile(out + QStringLiteral("/old.txt")));
+    EXPECT_TRUE(VLFileManager::decompressFile(zip, out));
+    EXPECT_EQ(QDir(out).entryList(QDir::Files), QStringList{QStringLiteral("a.txt")});
+    EXPECT_TRUE(QFileInfo::exists(sandbox.homePath(QStringLiteral(".Trash/out/old.txt"))));
+
+    EXPECT_FALSE(VLFileManager::compressFile(sandbox.tmpPath(QStringLiteral("gone")), sandbox.tmpPath(QStringLiteral("gone.zip"))));
+}
+
+TEST_F(VLFileManagerLadder, ToolsAreRunWithTheirArguments)
+{
+    const QString file = sandbox.tmpPath(QStringLiteral("file"));
+    VLFileManager::touchFile(file);
+    EXPECT_EQ(sandbox.toolCalls(QStringLiteral("touch")), (QList<QStringList>{{QStringLiteral("touch"), QStringLiteral("-c"), file}}));
 
     // The fake disk utility prints nothing: no property list, so no information.
     EXPECT_FALSE(VLFileManager::infoForDiskAtMountpoint(QStringLiteral("/")).has_value());
