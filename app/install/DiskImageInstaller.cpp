@@ -34,22 +34,13 @@ QString text(const char* format, const QVariant& a, const QVariant& b = QVariant
     return b.isValid() ? fnd::format(QString::fromUtf8(format), a, b) : fnd::format(QString::fromUtf8(format), a);
 }
 
-bool isRunningBundleID(const QString& bundleID)
-{
-    for (const sys::RunningApplication& app : sys::launchedApplications()) {
-        if (app.identifier == bundleID)
-            return true;
-    }
-    return false;
-}
-
 // Windowed only: while the application to replace runs, a sheet offers Force Quit or Cancel.
 // Returns false when the user cancelled (the installation is abandoned, the image stays).
 bool waitUntilNotRunning(AppController& c, const UpdateRecord& record, bool& wasRunning)
 {
     VLLog::appendLog(QStringLiteral("Checking that app is not running..."));
     const QString bundleID = record.value(record::kBundleId).toString();
-    if (!isRunningBundleID(bundleID))
+    if (!sys::isApplicationRunning(bundleID))
         return true;
     const QString appName = QFileInfo(record.value(record::kPath).toString()).completeBaseName();
     onMain([&] {
@@ -57,7 +48,7 @@ bool waitUntilNotRunning(AppController& c, const UpdateRecord& record, bool& was
         c.ui().beginInstallPanelSheet(text("%@ is currently running", appName), QStringLiteral("Force Quit"),
                                       QStringLiteral("Cancel"), QStringLiteral("You must close it before continuing."));
     });
-    while (isRunningBundleID(bundleID)) {
+    while (sys::isApplicationRunning(bundleID)) {
         install::sleepSeconds(1.0);
         int result = -1;
         onMain([&] { result = c.ui().installPanelSheetResult(); });

@@ -125,6 +125,43 @@ TEST_F(InstallEndToEnd, GroupPackageIsInstalledAndEverythingCleanedUp)
     EXPECT_EQ(server_.unexpectedRequests(), QStringList());
 }
 
+// The group appcast exactly as the server sends it ("groupID", no "groupid"): the run quits
+// no running vendor application, neither one that names the group nor one without a group,
+// and neither the client nor itself.
+TEST_F(InstallEndToEnd, TheServedGroupAppcastLeavesRunningVendorApplicationsAlone)
+{
+    const QString id = QStringLiteral("com.velmora.suite");
+    publishGroupUpdate(id, false);
+    const QVariantMap served{{"groupID", id}, {"groupVersion", 300}, {"groupVersionString", "3.0"}, {"title", "Tessel 3.0"},
+                             {"url", server_.url(QStringLiteral("/files/Tessel.dmg"))},
+                             {"checksum", sha1Of(file(QStringLiteral("Tessel.dmg")))}};
+    ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), served));
+    QList<std::shared_ptr<QProcess>> running;
+    for (const auto& [name, extra] : {std::pair<QString, QVariantMap>{QStringLiteral("Notes"), {}},
+                                      {QStringLiteral("Clips"), {{QStringLiteral("VLGroupID"), id}}}}) {
+        vltest::FakeBundle app;
+        app.path = sb_.sysPath(QStringLiteral("/Applications/Velmora %1.app").arg(name));
+        app.identifier = QStringLiteral("com.velmora.") + name.toLower();
+        app.extraInfo = extra;
+        ASSERT_FALSE(sb_.createBundle(app).isEmpty());
+        auto process = std::make_shared<QProcess>();
+        process->start(app.path + QStringLiteral("/Contents/MacOS/Velmora ") + name, {QStringLiteral("300")});
+        ASSERT_TRUE(process->waitForStarted());
+        running << process;
+    }
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update...", "Done."}));
+    EXPECT_EQ(readAll(sb_.sysPath(QStringLiteral("/Applications/Tessel.app/Contents/Info.plist"))), QByteArray("new build"));
+    for (const auto& process : running) {
+        EXPECT_FALSE(process->waitForFinished(200)) << process->program().toStdString() << " was quit";
+        process->kill();
+        process->waitForFinished();
+    }
+    ASSERT_TRUE(listener_->waitForMessages(1));
+    EXPECT_EQ(listener_->messageNames().last(), QStringLiteral("postFinishedTask"));
+}
+
 TEST_F(InstallEndToEnd, ClientProductsGetTheDisconnectAndTheInstallerRunsOnWithoutUs)
 {
     const QString id = QStringLiteral("com.velmora.tessel");

@@ -102,4 +102,22 @@ TEST_F(DiskImageInstallerTest, ForceQuitEndsTheAppInstallsAndOpensItAgain)
     EXPECT_EQ(sb_.toolCalls(QStringLiteral("xdg-open")), (QList<QStringList>{{"xdg-open", installed_}}));
 }
 
+TEST_F(DiskImageInstallerTest, ARecordWithoutBundleIdentifierIsNeverSeenRunning)
+{
+    vltest::FakeBundle bare;
+    bare.path = sb_.sysPath(QStringLiteral("/Applications/Bare.app"));
+    ASSERT_FALSE(sb_.createBundle(bare).isEmpty());
+    QProcess bareRunning;
+    bareRunning.start(bare.path + QStringLiteral("/Contents/MacOS/Bare"), {QStringLiteral("300")});
+    ASSERT_TRUE(bareRunning.waitForStarted());
+    ui_->installSheetAnswer = 0;
+    UpdateRecord withoutID = record();
+    withoutID.remove(record::kBundleId);
+    controller_->installSparkleApp(withoutID);
+    bareRunning.kill();
+    bareRunning.waitForFinished();
+    EXPECT_FALSE(ui_->calls().contains(QStringLiteral("status:Waiting for application to close..."))) << ui_->calls().join(QLatin1Char('|')).toStdString();
+    EXPECT_EQ(installedInfo(), QByteArray("new build"));
+}
+
 } // namespace
