@@ -9,6 +9,7 @@
 #include "install/DiskImage.h"
 #include "install/InstallSupport.h"
 #include "install/VolumeFilters.h"
+#include "platform/foundation/Foundation.h"
 #include "platform/system/ProcessList.h"
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/Workspace.h"
@@ -42,7 +43,7 @@ bool waitUntilNotRunning(AppController& c, const UpdateRecord& record, bool& was
     const QString bundleID = record.value(record::kBundleId).toString();
     if (!sys::isApplicationRunning(bundleID))
         return true;
-    const QString appName = QFileInfo(record.value(record::kPath).toString()).completeBaseName();
+    const QString appName = fnd::stringByDeletingPathExtension(fnd::lastPathComponent(record.value(record::kPath).toString()));
     onMain([&] {
         c.setInstallStatus(QStringLiteral("Waiting for application to close..."));
         c.ui().beginInstallPanelSheet(text("%@ is currently running", appName), QStringLiteral("Force Quit"),
@@ -69,12 +70,13 @@ bool waitUntilNotRunning(AppController& c, const UpdateRecord& record, bool& was
 }
 
 // Moves the installed bundle to the user's Trash; with administrator rights when the
-// ordinary way fails, waiting up to 10 seconds for it to go.
+// ordinary way fails, waiting up to 10 seconds for it to go. Folder and name come from the
+// path as the platform splits it, so "/Applications/Foo.app/" names Foo.app in /Applications.
 void moveOldBundleToTrash(const QString& installed)
 {
     VLLog::appendLog(QStringLiteral("Moving old app to Trash..."));
-    const QFileInfo info(installed);
-    if (sys::workspace().recycle(info.absolutePath(), VLLocalPaths::trashDirectory(), info.fileName()))
+    if (sys::workspace().recycle(fnd::stringByDeletingLastPathComponent(installed), VLLocalPaths::trashDirectory(),
+                                 fnd::lastPathComponent(installed)))
         return;
     if (!VLAuthorization::sharedController().authTrashFile(installed, true))
         VLLog::appendLog(QStringLiteral("Unable to move %@ to the Trash."), installed);
@@ -91,7 +93,7 @@ bool copyNewBundle(const QString& volume, const QString& newName, const QString&
     VLLog::appendLog(QStringLiteral("Copying new app from disk image..."));
     if (sys::workspace().copy(volume, installFolder, newName))
         return true;
-    if (!VLAuthorization::sharedController().authCopyFile(volume + QLatin1Char('/') + newName, installFolder))
+    if (!VLAuthorization::sharedController().authCopyFile(fnd::stringByAppendingPathComponent(volume, newName), installFolder))
         return false;
     // The privileged copy returns before its tool is done: give it time to settle.
     install::sleepSeconds(4.0);
@@ -203,7 +205,7 @@ void installSparkleAppUnguarded(AppController& c, const UpdateRecord& record)
                                       QStringLiteral("Cannot find application."));
         return;
     }
-    const QString installFolder = QFileInfo(installed).absolutePath();
+    const QString installFolder = fnd::stringByDeletingLastPathComponent(installed);
     moveOldBundleToTrash(installed);
     incrementProgressWindowless(c);
     if (!copyNewBundle(*volume, *newName, installFolder)) {

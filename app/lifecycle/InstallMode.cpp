@@ -14,6 +14,7 @@
 #include "shared/VLLog.h"
 #include "shared/VLTaskNotification.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
@@ -51,8 +52,19 @@ QString sparkleFeedOf(const QString& appPath, const QVariantMap& info)
     return QString();
 }
 
-std::optional<UpdateRecord> sparkleRecord(AppController& controller, const QString& appPath)
+// A relative path names the application from the working directory, as command-line tools
+// read their arguments. The installer splits the record's path into folder and name as the
+// platform does, and a relative path has no folder to split off, so it is made absolute here.
+QString applicationPathOf(const QString& target)
 {
+    if (target.isEmpty() || target.startsWith(QLatin1Char('/')))
+        return target;
+    return fnd::stringByAppendingPathComponent(QDir::currentPath(), target);
+}
+
+std::optional<UpdateRecord> sparkleRecord(AppController& controller, const QString& target)
+{
+    const QString appPath = applicationPathOf(target);
     const QString infoPath = fnd::stringByAppendingPathComponent(appPath, QStringLiteral("Contents/Info.plist"));
     const QVariantMap info = plist::readDictionaryFile(infoPath).value_or(QVariantMap{});
     return controller.updateSparkleFeed(sparkleFeedOf(appPath, info), appPath,

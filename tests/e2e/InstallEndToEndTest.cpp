@@ -362,6 +362,60 @@ TEST_F(SparkleInstallEndToEnd, OldBundleGoesToTheTrashAndTheNewOneIsCopiedIn)
     EXPECT_TRUE(errorsPosted().isEmpty()) << errorsPosted().join(QLatin1Char('|')).toStdString();
 }
 
+// The path as shell completion types it, with a trailing "/", and a path relative to the
+// working directory name the same application as its plain absolute path.
+TEST_F(SparkleInstallEndToEnd, EveryFormOfThePathInstallsExactlyAsThePlainOne)
+{
+    publish({{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}});
+    const QString oldBundle = sb_.root() + QStringLiteral("/old-bundle");
+    ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/cp"), {QStringLiteral("-a"), installed_, oldBundle}), 0);
+    struct Outcome {
+        int exitCode;
+        QStringList status;
+        QStringList applications;
+        QStringList trash;
+        QByteArray info;
+        QList<QStringList> tools;
+    };
+    const auto entries = [](const QString& folder) { return QDir(folder).entryList(QDir::NoDotAndDotDot | QDir::AllEntries); };
+    const auto installFrom = [&](const QString& path, const QString& workingDirectory) {
+        vltest::RunOptions options;
+        options.workingDirectory = workingDirectory;
+        const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("sparkle"), path}, options);
+        const Outcome outcome{r.exitCode, statusLines(r), entries(sb_.sysPath(QStringLiteral("/Applications"))),
+                              entries(sb_.homePath(QStringLiteral(".Trash"))), readAll(installed_ + QStringLiteral("/Contents/Info.plist")),
+                              sb_.toolCalls()};
+        // Back to the state before the run.
+        EXPECT_TRUE(QDir(installed_).removeRecursively() && QDir(sb_.homePath(QStringLiteral(".Trash"))).removeRecursively());
+        EXPECT_TRUE(QDir().mkpath(sb_.homePath(QStringLiteral(".Trash"))));
+        EXPECT_EQ(QProcess::execute(QStringLiteral("/bin/cp"), {QStringLiteral("-a"), oldBundle, installed_}), 0);
+        QFile::remove(sb_.toolLogPath());
+        return outcome;
+    };
+    const Outcome plain = installFrom(installed_, {});
+    EXPECT_EQ(plain.exitCode, 0);
+    EXPECT_EQ(plain.info, QByteArray("new build"));
+    EXPECT_EQ(plain.trash, QStringList{QStringLiteral("Tessel.app")});
+    const QString applications = sb_.sysPath(QStringLiteral("/Applications"));
+    for (const auto& [path, workingDirectory] : {std::pair{installed_ + QStringLiteral("/"), QString()},
+                                                 std::pair{QStringLiteral("Tessel.app/"), applications}}) {
+        const Outcome other = installFrom(path, workingDirectory);
+        const std::string form = path.toStdString();
+        EXPECT_EQ(other.exitCode, plain.exitCode) << form;
+        EXPECT_EQ(other.status, plain.status) << form;
+        EXPECT_EQ(other.applications, plain.applications) << form;
+        EXPECT_EQ(other.trash, plain.trash) << form;
+        EXPECT_EQ(other.info, plain.info) << form;
+        // The tools see the path as given; a trailing "/" is the same folder to them.
+        QList<QStringList> tools = other.tools;
+        for (QStringList& call : tools)
+            for (QString& argument : call)
+                if (argument.size() > 1 && argument.endsWith(QLatin1Char('/')))
+                    argument.chop(1);
+        EXPECT_EQ(tools, plain.tools) << form;
+    }
+}
+
 TEST_F(SparkleInstallEndToEnd, FailuresLeaveTheInstalledAppUntouched)
 {
     struct Case {

@@ -75,7 +75,10 @@ TEST_F(DiskImageInstallerTest, CancelInTheRunningSheetAbandonsWithTheImageMounte
 {
     ui_->installSheetAnswer = 0;
     const QByteArray before = installedInfo();
-    controller_->installSparkleApp(record());
+    // The sheet names the application also when its path ends in "/".
+    UpdateRecord slashed = record();
+    slashed.insert(record::kPath, installed_ + QStringLiteral("/"));
+    controller_->installSparkleApp(slashed);
     EXPECT_TRUE(ui_->calls().contains(QStringLiteral("installSheet:Tessel is currently running")));
     EXPECT_EQ(installedInfo(), before);
     EXPECT_EQ(running_.state(), QProcess::Running);
