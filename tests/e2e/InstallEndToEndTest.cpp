@@ -71,6 +71,19 @@ protected:
         ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), record));
     }
 
+    // The updater's own defaults with both test feeds and an unrelated key set; what remains
+    // of them after a run.
+    void seedTestFeeds()
+    {
+        ASSERT_TRUE(sb_.writeUserDefaults(QStringLiteral("com.velmora.SoftwareUpdate"),
+                                          {{"testURL", "https://feeds.test/group.xml"}, {"testSelfURL", "https://feeds.test/self.xml"},
+                                           {"showBetaUpdates", 1}}));
+    }
+    QStringList defaultsKeys() const
+    {
+        return sb_.readPlist(sb_.userPreferencesFile(QStringLiteral("com.velmora.SoftwareUpdate"))).value_or(QVariant()).toMap().keys();
+    }
+
     QStringList errorsPosted() const
     {
         QStringList texts;
@@ -103,9 +116,13 @@ TEST_F(InstallEndToEnd, GroupPackageIsInstalledAndEverythingCleanedUp)
 {
     const QString id = QStringLiteral("com.velmora.tessel");
     publishGroupUpdate(id);
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update...", "Done."}));
+    // The finished installation forgets the test group feed, and only that.
+    EXPECT_FALSE(defaultsKeys().contains(QStringLiteral("testURL")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testSelfURL")) && defaultsKeys().contains(QStringLiteral("showBetaUpdates")));
 
     const QString image = tempFolder() + QStringLiteral("/Tessel.dmg");
     const QString volume = sb_.sysPath(QStringLiteral("/Volumes/Tessel Installer"));
@@ -209,6 +226,7 @@ TEST_F(InstallEndToEnd, ChecksumMismatchStopsBeforeMounting)
 {
     const QString id = QStringLiteral("com.velmora.tessel");
     publishGroupUpdate(id, true, QStringLiteral("0000000000000000000000000000000000000000"));
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     const QString text = QStringLiteral("Unable to install Tessel. Downloaded file is different from the server's version. "
@@ -218,6 +236,27 @@ TEST_F(InstallEndToEnd, ChecksumMismatchStopsBeforeMounting)
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("installer")).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(tempFolder() + QStringLiteral("/Tessel.dmg")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL"))) << "an installation that stopped early keeps it";
+}
+
+// A type the entry point does not know downloads the update and then installs nothing.
+TEST_F(InstallEndToEnd, AnUnknownTypeDownloadsAndInstallsNothing)
+{
+    const QString id = QStringLiteral("com.velmora.tessel");
+    publishGroupUpdate(id);
+    seedTestFeeds();
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("Group"), id});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update..."}));
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("installer")).isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Applications/Tessel.app"))));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL")) && defaultsKeys().contains(QStringLiteral("testSelfURL")));
+    // Progress only: neither an error nor the end of the task is posted (the client hears
+    // each message before the run ends).
+    const QStringList names = listener_->messageNames();
+    EXPECT_FALSE(names.isEmpty());
+    EXPECT_EQ(names.count(QStringLiteral("incrementRemoteProgress")), names.size()) << names.join(QLatin1Char('|')).toStdString();
 }
 
 TEST_F(InstallEndToEnd, FailedDownloadsLeaveNothingBehind)
@@ -279,9 +318,13 @@ TEST_F(SelfInstallEndToEnd, HandsOverToTheHelperWithSilentLast)
     publishSelfUpdate();
     const QString argsFile = sb_.tmpPath(QStringLiteral("helper-args"));
     ASSERT_TRUE(sb_.writeFile(helperPath(), QStringLiteral("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > '%1'\n").arg(argsFile).toUtf8(), true));
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("self"), QStringLiteral("com.velmora.SoftwareUpdate")});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update..."}));
+    // Handing over forgets the test feed of the updater's own updates, and only that.
+    EXPECT_FALSE(defaultsKeys().contains(QStringLiteral("testSelfURL")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL")) && defaultsKeys().contains(QStringLiteral("showBetaUpdates")));
     const QString volume = sb_.sysPath(QStringLiteral("/Volumes/Velmora Software Update"));
     for (int i = 0; i < 50 && !QFileInfo::exists(argsFile); ++i)
         QThread::msleep(100);
@@ -297,9 +340,11 @@ TEST_F(SelfInstallEndToEnd, HandsOverToTheHelperWithSilentLast)
 TEST_F(SelfInstallEndToEnd, MissingHelperLeavesTheImageMountedAndSaysSo)
 {
     publishSelfUpdate();
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("self"), QStringLiteral("com.velmora.SoftwareUpdate")});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_FALSE(r.out().contains(QStringLiteral("Done.")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testSelfURL"))) << "no hand-over, so it is kept";
     EXPECT_EQ(errorsPosted(), QStringList{QStringLiteral("Unable to install Velmora Software Update 2.0 - the installer is missing "
                                                          "important files. Please install this update manually.")});
     EXPECT_TRUE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Volumes/Velmora Software Update"))));
