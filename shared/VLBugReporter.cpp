@@ -122,13 +122,15 @@ std::optional<QString> bugReporterBesideApplication()
     return std::nullopt;
 }
 
+// Looked up as the workspace does: the bundles are read, not opened in this process, so they
+// never become findable by identifier for the updater's own lookups.
 std::optional<QString> bugReporterByIdentifier()
 {
     for (bool userDomain : {true, false}) {
         const QString apps = VLLocalPaths::applicationDirectory(userDomain);
         for (const QString& folder : {apps, apps + QStringLiteral("/Utilities")}) {
             for (const QString& name : QDir(folder).entryList({QStringLiteral("*.app")}, QDir::Dirs)) {
-                const auto bundle = sys::Bundle::bundleWithPath(QDir(folder).filePath(name));
+                const auto bundle = sys::Bundle::readWithoutOpening(QDir(folder).filePath(name));
                 if (bundle && bundle->bundleIdentifier() == bugReporterIdentifier())
                     return bundle->bundlePath();
             }
@@ -142,7 +144,7 @@ void openReport(const QString& report)
     auto app = bugReporterBesideApplication();
     if (!app)
         app = bugReporterByIdentifier();
-    const auto bundle = app ? sys::Bundle::bundleWithPath(*app) : std::nullopt;
+    const auto bundle = app ? sys::Bundle::readWithoutOpening(*app) : std::nullopt;
     if (const auto executable = bundle ? bundle->executablePath() : std::nullopt) {
         VLTaskEx::runTaskAndReturn(*executable, {report});
         return;

@@ -71,6 +71,19 @@ protected:
         ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), record));
     }
 
+    // The updater's own defaults with both test feeds and an unrelated key set; what remains
+    // of them after a run.
+    void seedTestFeeds()
+    {
+        ASSERT_TRUE(sb_.writeUserDefaults(QStringLiteral("com.velmora.SoftwareUpdate"),
+                                          {{"testURL", "https://feeds.test/group.xml"}, {"testSelfURL", "https://feeds.test/self.xml"},
+                                           {"showBetaUpdates", 1}}));
+    }
+    QStringList defaultsKeys() const
+    {
+        return sb_.readPlist(sb_.userPreferencesFile(QStringLiteral("com.velmora.SoftwareUpdate"))).value_or(QVariant()).toMap().keys();
+    }
+
     QStringList errorsPosted() const
     {
         QStringList texts;
@@ -103,9 +116,13 @@ TEST_F(InstallEndToEnd, GroupPackageIsInstalledAndEverythingCleanedUp)
 {
     const QString id = QStringLiteral("com.velmora.tessel");
     publishGroupUpdate(id);
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update...", "Done."}));
+    // The finished installation forgets the test group feed, and only that.
+    EXPECT_FALSE(defaultsKeys().contains(QStringLiteral("testURL")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testSelfURL")) && defaultsKeys().contains(QStringLiteral("showBetaUpdates")));
 
     const QString image = tempFolder() + QStringLiteral("/Tessel.dmg");
     const QString volume = sb_.sysPath(QStringLiteral("/Volumes/Tessel Installer"));
@@ -123,6 +140,43 @@ TEST_F(InstallEndToEnd, GroupPackageIsInstalledAndEverythingCleanedUp)
     EXPECT_EQ(names.last(), QStringLiteral("postFinishedTask"));
     EXPECT_GE(names.count(QStringLiteral("incrementRemoteProgress")), 4);
     EXPECT_EQ(server_.unexpectedRequests(), QStringList());
+}
+
+// The group appcast exactly as the server sends it ("groupID", no "groupid"): the run quits
+// no running vendor application, neither one that names the group nor one without a group,
+// and neither the client nor itself.
+TEST_F(InstallEndToEnd, TheServedGroupAppcastLeavesRunningVendorApplicationsAlone)
+{
+    const QString id = QStringLiteral("com.velmora.suite");
+    publishGroupUpdate(id, false);
+    const QVariantMap served{{"groupID", id}, {"groupVersion", 300}, {"groupVersionString", "3.0"}, {"title", "Tessel 3.0"},
+                             {"url", server_.url(QStringLiteral("/files/Tessel.dmg"))},
+                             {"checksum", sha1Of(file(QStringLiteral("Tessel.dmg")))}};
+    ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), served));
+    QList<std::shared_ptr<QProcess>> running;
+    for (const auto& [name, extra] : {std::pair<QString, QVariantMap>{QStringLiteral("Notes"), {}},
+                                      {QStringLiteral("Clips"), {{QStringLiteral("VLGroupID"), id}}}}) {
+        vltest::FakeBundle app;
+        app.path = sb_.sysPath(QStringLiteral("/Applications/Velmora %1.app").arg(name));
+        app.identifier = QStringLiteral("com.velmora.") + name.toLower();
+        app.extraInfo = extra;
+        ASSERT_FALSE(sb_.createBundle(app).isEmpty());
+        auto process = std::make_shared<QProcess>();
+        process->start(app.path + QStringLiteral("/Contents/MacOS/Velmora ") + name, {QStringLiteral("300")});
+        ASSERT_TRUE(process->waitForStarted());
+        running << process;
+    }
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update...", "Done."}));
+    EXPECT_EQ(readAll(sb_.sysPath(QStringLiteral("/Applications/Tessel.app/Contents/Info.plist"))), QByteArray("new build"));
+    for (const auto& process : running) {
+        EXPECT_FALSE(process->waitForFinished(200)) << process->program().toStdString() << " was quit";
+        process->kill();
+        process->waitForFinished();
+    }
+    ASSERT_TRUE(listener_->waitForMessages(1));
+    EXPECT_EQ(listener_->messageNames().last(), QStringLiteral("postFinishedTask"));
 }
 
 TEST_F(InstallEndToEnd, ClientProductsGetTheDisconnectAndTheInstallerRunsOnWithoutUs)
@@ -172,6 +226,7 @@ TEST_F(InstallEndToEnd, ChecksumMismatchStopsBeforeMounting)
 {
     const QString id = QStringLiteral("com.velmora.tessel");
     publishGroupUpdate(id, true, QStringLiteral("0000000000000000000000000000000000000000"));
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     const QString text = QStringLiteral("Unable to install Tessel. Downloaded file is different from the server's version. "
@@ -181,6 +236,27 @@ TEST_F(InstallEndToEnd, ChecksumMismatchStopsBeforeMounting)
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("installer")).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(tempFolder() + QStringLiteral("/Tessel.dmg")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL"))) << "an installation that stopped early keeps it";
+}
+
+// A type the entry point does not know downloads the update and then installs nothing.
+TEST_F(InstallEndToEnd, AnUnknownTypeDownloadsAndInstallsNothing)
+{
+    const QString id = QStringLiteral("com.velmora.tessel");
+    publishGroupUpdate(id);
+    seedTestFeeds();
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("Group"), id});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update..."}));
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("installer")).isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Applications/Tessel.app"))));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL")) && defaultsKeys().contains(QStringLiteral("testSelfURL")));
+    // Progress only: neither an error nor the end of the task is posted (the client hears
+    // each message before the run ends).
+    const QStringList names = listener_->messageNames();
+    EXPECT_FALSE(names.isEmpty());
+    EXPECT_EQ(names.count(QStringLiteral("incrementRemoteProgress")), names.size()) << names.join(QLatin1Char('|')).toStdString();
 }
 
 TEST_F(InstallEndToEnd, FailedDownloadsLeaveNothingBehind)
@@ -242,9 +318,13 @@ TEST_F(SelfInstallEndToEnd, HandsOverToTheHelperWithSilentLast)
     publishSelfUpdate();
     const QString argsFile = sb_.tmpPath(QStringLiteral("helper-args"));
     ASSERT_TRUE(sb_.writeFile(helperPath(), QStringLiteral("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > '%1'\n").arg(argsFile).toUtf8(), true));
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("self"), QStringLiteral("com.velmora.SoftwareUpdate")});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update..."}));
+    // Handing over forgets the test feed of the updater's own updates, and only that.
+    EXPECT_FALSE(defaultsKeys().contains(QStringLiteral("testSelfURL")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL")) && defaultsKeys().contains(QStringLiteral("showBetaUpdates")));
     const QString volume = sb_.sysPath(QStringLiteral("/Volumes/Velmora Software Update"));
     for (int i = 0; i < 50 && !QFileInfo::exists(argsFile); ++i)
         QThread::msleep(100);
@@ -260,9 +340,11 @@ TEST_F(SelfInstallEndToEnd, HandsOverToTheHelperWithSilentLast)
 TEST_F(SelfInstallEndToEnd, MissingHelperLeavesTheImageMountedAndSaysSo)
 {
     publishSelfUpdate();
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("self"), QStringLiteral("com.velmora.SoftwareUpdate")});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_FALSE(r.out().contains(QStringLiteral("Done.")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testSelfURL"))) << "no hand-over, so it is kept";
     EXPECT_EQ(errorsPosted(), QStringList{QStringLiteral("Unable to install Velmora Software Update 2.0 - the installer is missing "
                                                          "important files. Please install this update manually.")});
     EXPECT_TRUE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Volumes/Velmora Software Update"))));
@@ -323,6 +405,60 @@ TEST_F(SparkleInstallEndToEnd, OldBundleGoesToTheTrashAndTheNewOneIsCopiedIn)
     EXPECT_FALSE(QFileInfo::exists(volume));
     EXPECT_FALSE(QFileInfo::exists(tempFolder()));
     EXPECT_TRUE(errorsPosted().isEmpty()) << errorsPosted().join(QLatin1Char('|')).toStdString();
+}
+
+// The path as shell completion types it, with a trailing "/", and a path relative to the
+// working directory name the same application as its plain absolute path.
+TEST_F(SparkleInstallEndToEnd, EveryFormOfThePathInstallsExactlyAsThePlainOne)
+{
+    publish({{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}});
+    const QString oldBundle = sb_.root() + QStringLiteral("/old-bundle");
+    ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/cp"), {QStringLiteral("-a"), installed_, oldBundle}), 0);
+    struct Outcome {
+        int exitCode;
+        QStringList status;
+        QStringList applications;
+        QStringList trash;
+        QByteArray info;
+        QList<QStringList> tools;
+    };
+    const auto entries = [](const QString& folder) { return QDir(folder).entryList(QDir::NoDotAndDotDot | QDir::AllEntries); };
+    const auto installFrom = [&](const QString& path, const QString& workingDirectory) {
+        vltest::RunOptions options;
+        options.workingDirectory = workingDirectory;
+        const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("sparkle"), path}, options);
+        const Outcome outcome{r.exitCode, statusLines(r), entries(sb_.sysPath(QStringLiteral("/Applications"))),
+                              entries(sb_.homePath(QStringLiteral(".Trash"))), readAll(installed_ + QStringLiteral("/Contents/Info.plist")),
+                              sb_.toolCalls()};
+        // Back to the state before the run.
+        EXPECT_TRUE(QDir(installed_).removeRecursively() && QDir(sb_.homePath(QStringLiteral(".Trash"))).removeRecursively());
+        EXPECT_TRUE(QDir().mkpath(sb_.homePath(QStringLiteral(".Trash"))));
+        EXPECT_EQ(QProcess::execute(QStringLiteral("/bin/cp"), {QStringLiteral("-a"), oldBundle, installed_}), 0);
+        QFile::remove(sb_.toolLogPath());
+        return outcome;
+    };
+    const Outcome plain = installFrom(installed_, {});
+    EXPECT_EQ(plain.exitCode, 0);
+    EXPECT_EQ(plain.info, QByteArray("new build"));
+    EXPECT_EQ(plain.trash, QStringList{QStringLiteral("Tessel.app")});
+    const QString applications = sb_.sysPath(QStringLiteral("/Applications"));
+    for (const auto& [path, workingDirectory] : {std::pair{installed_ + QStringLiteral("/"), QString()},
+                                                 std::pair{QStringLiteral("Tessel.app/"), applications}}) {
+        const Outcome other = installFrom(path, workingDirectory);
+        const std::string form = path.toStdString();
+        EXPECT_EQ(other.exitCode, plain.exitCode) << form;
+        EXPECT_EQ(other.status, plain.status) << form;
+        EXPECT_EQ(other.applications, plain.applications) << form;
+        EXPECT_EQ(other.trash, plain.trash) << form;
+        EXPECT_EQ(other.info, plain.info) << form;
+        // The tools see the path as given; a trailing "/" is the same folder to them.
+        QList<QStringList> tools = other.tools;
+        for (QStringList& call : tools)
+            for (QString& argument : call)
+                if (argument.size() > 1 && argument.endsWith(QLatin1Char('/')))
+                    argument.chop(1);
+        EXPECT_EQ(tools, plain.tools) << form;
+    }
 }
 
 TEST_F(SparkleInstallEndToEnd, FailuresLeaveTheInstalledAppUntouched)

@@ -144,6 +144,7 @@ TEST_F(WorkspaceTest, PackagesAreFoldersWithAKnownExtension)
         EXPECT_EQ(workspace_.isPackage(p), c.package) << c.name.toStdString();
     }
     EXPECT_FALSE(workspace_.isPackage(path(QStringLiteral("Missing.app"))));
+    EXPECT_TRUE(workspace_.isPackage(path(QStringLiteral("A.app/")))) << "a trailing slash names the same folder";
 }
 
 TEST_F(WorkspaceTest, OpenRunsTheRootedOpenerWithoutAShell)
