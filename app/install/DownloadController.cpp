@@ -9,11 +9,11 @@
 #include "install/InstallSupport.h"
 #include "install/SourceDecoder.h"
 #include "platform/system/MainThread.h"
+#include "platform/system/PrivateFolder.h"
 #include "shared/VLLog.h"
 #include "shared/VLTaskNotification.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QTimer>
@@ -70,10 +70,13 @@ void AppController::startDownloadingURL(const QString& url, const QString& desti
         return;
     }
     VLLog::appendLog(QStringLiteral("Downloader initialized successfully..."));
-    if (QFileInfo::exists(destination))
-        QFile::remove(destination);
-    else
-        QDir().mkpath(QFileInfo(destination).absolutePath());
+    // The folder must be this process's own, never reached through a link (PrivateFolder.h);
+    // when it is not, nothing is written and the item fails as a failed download does.
+    QString refusal;
+    if (!sys::makePrivateFolder(QFileInfo(destination).absolutePath(), &refusal)) {
+        downloadDidFailWithError(refusal);
+        return;
+    }
     downloader->setDestination(destination, true);
     downloader->setDeletesFileUponFailure(true);
     downloader->start();

@@ -2,7 +2,9 @@
 
 #include "UpdateRecord.h"
 #include "install/DownloadPath.h"
+#include "platform/system/FileTree.h"
 #include "platform/system/MainThread.h"
+#include "platform/system/PrivateFolder.h"
 #include "platform/system/SystemLog.h"
 #include "shared/VLFileManager.h"
 #include "shared/VLLog.h"
@@ -43,6 +45,18 @@ void putLine(const QString& text)
 std::optional<QString> downloadedFileOf(const QString& downloadFolder, const UpdateRecord& record)
 {
     return downloadFilePath(downloadFolder, record.value(record::kUrl).toString());
+}
+
+void removeDownloadFolder(const QString& downloadFolder)
+{
+    QString refusal;
+    if (!sys::isPrivateFolder(downloadFolder, &refusal)) {
+        VLLog::appendLog(QStringLiteral("Not removing the download folder: %@"), refusal);
+        return;
+    }
+    QString error;
+    if (!sys::filetree::removeTree(downloadFolder, &error))
+        VLLog::appendLog(QStringLiteral("Unable to remove the download folder: %@"), error);
 }
 
 QString titleOf(const UpdateRecord& record)
