@@ -26,13 +26,17 @@ bool isSelected(const UpdateRecord& record)
 
 void AppController::installClick()
 {
-    std::thread([this] { installSelectedItems(); }).detach();
+    guard::guarded(hasGUI, "-[AppController installClick:]", [&] {
+        std::thread([this] { installSelectedItems(); }).detach();
+    });
 }
 
 void AppController::updateInstallClick()
 {
-    ui().hideUpdateWindowAndShowMainWindow();
-    std::thread([this] { installSelectedItems(); }).detach();
+    guard::guarded(hasGUI, "-[AppController updateInstallClick:]", [&] {
+        ui().hideUpdateWindowAndShowMainWindow();
+        std::thread([this] { installSelectedItems(); }).detach();
+    });
 }
 
 QString AppController::formatFileSize(double bytes)
@@ -51,19 +55,21 @@ QString AppController::formatFileSize(double bytes)
 // used, a planted link or another user's folder, counts as one that could not be created.
 void AppController::createTempFolder()
 {
-    QString refusal;
-    if (sys::makePrivateFolder(downloadPath, &refusal))
-        return;
-    VLLog::appendLog(QStringLiteral("%@"), refusal);
-    const QString info = QStringLiteral("Please check you have the necessary permissions to write to this location.");
-    const QString text = fnd::format(QStringLiteral("Unable to create temp directory at %@. "), downloadPath) + info;
-    VLTaskNotification::postTaskErrorString(text);
-    VLLog::appendLog(QStringLiteral("%@"), text);
-    if (hasGUI) {
-        install::onMain([&] {
-            ui().alertPanel(fnd::format(QStringLiteral("Unable to create temp directory at %@."), downloadPath), info);
-        });
-    }
+    guard::guarded(hasGUI, "-[AppController createTempFolder]", [&] {
+        QString refusal;
+        if (sys::makePrivateFolder(downloadPath, &refusal))
+            return;
+        VLLog::appendLog(QStringLiteral("%@"), refusal);
+        const QString info = QStringLiteral("Please check you have the necessary permissions to write to this location.");
+        const QString text = fnd::format(QStringLiteral("Unable to create temp directory at %@. "), downloadPath) + info;
+        VLTaskNotification::postTaskErrorString(text);
+        VLLog::appendLog(QStringLiteral("%@"), text);
+        if (hasGUI) {
+            install::onMain([&] {
+                ui().alertPanel(fnd::format(QStringLiteral("Unable to create temp directory at %@."), downloadPath), info);
+            });
+        }
+    });
 }
 
 namespace {

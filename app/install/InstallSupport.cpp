@@ -2,6 +2,7 @@
 
 #include "UpdateRecord.h"
 #include "install/DownloadPath.h"
+#include "platform/foundation/PlatformException.h"
 #include "platform/system/FileTree.h"
 #include "platform/system/MainThread.h"
 #include "platform/system/PrivateFolder.h"
@@ -44,7 +45,12 @@ void putLine(const QString& text)
 
 std::optional<QString> downloadedFileOf(const QString& downloadFolder, const UpdateRecord& record)
 {
-    return downloadFilePath(downloadFolder, record.value(record::kUrl).toString());
+    // Only text has a last path component; any other value is sent a message it does not
+    // implement, as on the platform. A missing address is no name at all.
+    const QVariant url = record.value(record::kUrl);
+    if (url.isValid() && url.typeId() != QMetaType::QString)
+        throw fnd::unrecognizedSelector(url, "lastPathComponent");
+    return downloadFilePath(downloadFolder, url.toString());
 }
 
 void removeDownloadFolder(const QString& downloadFolder)

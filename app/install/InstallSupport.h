@@ -28,7 +28,8 @@ void sleepSeconds(double seconds);
 void putLine(const QString& text);
 
 // The downloaded file of a record: downloadFolder joined with the last path component of
-// "url"; nullopt when that name is refused (see DownloadPath.h).
+// "url"; nullopt when that name is refused (see DownloadPath.h). Throws the platform's
+// unrecognised-message exception when "url" holds something other than text.
 [[nodiscard]] std::optional<QString> downloadedFileOf(const QString& downloadFolder, const UpdateRecord& record);
 
 // Removes the download folder and everything in it, only when it is this process's own

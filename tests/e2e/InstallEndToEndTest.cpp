@@ -221,6 +221,22 @@ TEST_F(InstallEndToEnd, HostileDownloadNamesAreRefused)
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
 }
 
+TEST_F(InstallEndToEnd, AnAddressThatIsNotTextEndsTheRunThroughTheExceptionPath)
+{
+    const QString id = QStringLiteral("com.velmora.tessel");
+    const QVariantMap record{{"type", "group"}, {"title", "Tessel"}, {"groupid", id}, {"url", 42}};
+    ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), record));
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
+    EXPECT_EQ(r.exitCode, 1) << r.describe().toStdString();
+    const QString text = QStringLiteral("Exception in -[AppController startDownloadForObject:]. NSInvalidArgumentException - "
+                                        "-[__NSCFNumber lastPathComponent]: unrecognized selector sent to instance.");
+    EXPECT_TRUE(r.out().contains(text)) << r.describe().toStdString();
+    EXPECT_EQ(errorsPosted(), QStringList{text});
+    ASSERT_TRUE(listener_->waitForMessages(1));
+    EXPECT_EQ(listener_->messageNames().last(), QStringLiteral("postFinishedTask"));
+    EXPECT_FALSE(QFileInfo::exists(tempFolder() + QStringLiteral("/42")));
+}
+
 // A shared temporary folder must not let another local user redirect a run, root or not:
 // the download folder is never followed through a link nor used when another user owns
 // it, and a link at the download's name is never written through.
