@@ -10,6 +10,7 @@
 #include "install/InstallSupport.h"
 #include "install/VolumeFilters.h"
 #include "platform/foundation/Foundation.h"
+#include "platform/system/PrivateFolder.h"
 #include "platform/system/ProcessList.h"
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/Workspace.h"
@@ -100,10 +101,16 @@ bool copyNewBundle(const QString& volume, const QString& newName, const QString&
     return true;
 }
 
-// Removes the downloaded file, and the download folder when nothing else is left in it.
+// Removes the downloaded file, and the download folder when nothing else is left in it;
+// nothing at all when the folder is not this process's own (PrivateFolder.h).
 void removeTempFiles(const QString& downloadFolder, const QString& file)
 {
     VLLog::appendLog(QStringLiteral("Removing temp files..."));
+    QString refusal;
+    if (!sys::isPrivateFolder(downloadFolder, &refusal)) {
+        VLLog::appendLog(QStringLiteral("Not removing the download folder: %@"), refusal);
+        return;
+    }
     QFile::remove(file);
     VLLog::appendLog(QStringLiteral("Removing temp folder..."));
     const QStringList left = install::DiskImage::topLevelNames(downloadFolder);

@@ -65,7 +65,7 @@ void cleanUp(AppController& c, const QString& volume, const QString& file)
     VLLog::appendLog(QStringLiteral("Deleting temp files..."));
     QFile::remove(file);
     VLLog::appendLog(QStringLiteral("Deleting temp directory..."));
-    QDir(c.downloadPath).removeRecursively();
+    install::removeDownloadFolder(c.downloadPath);
     incrementProgressWindowless(c);
     sys::UserDefaults::standard().removeObjectForKey(QStringLiteral("testURL"));
 }
@@ -126,7 +126,7 @@ AutoResult installAutomatically(AppController& c, const UpdateRecord& record, co
     VLLog::appendLog(QStringLiteral("Deleting temp files..."));
     QFile::remove(file);
     VLLog::appendLog(QStringLiteral("Deleting temp directory..."));
-    QDir(c.downloadPath).removeRecursively();
+    install::removeDownloadFolder(c.downloadPath);
     return AutoResult::CleanUp;
 }
 

@@ -17,6 +17,9 @@
 #include <QJsonArray>
 #include <QProcess>
 
+#include <functional>
+#include <unistd.h>
+
 namespace {
 
 using vltest::NotificationListener;
@@ -292,6 +295,129 @@ TEST_F(InstallEndToEnd, HostileDownloadNamesAreRefused)
         EXPECT_TRUE(QFileInfo::exists(sb_.tmpPath(kTemp + QStringLiteral("/other.dmg")))) << path;
     }
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
+}
+
+TEST_F(InstallEndToEnd, AnAddressThatIsNotTextEndsTheRunThroughTheExceptionPath)
+{
+    const QString id = QStringLiteral("com.velmora.tessel");
+    const QVariantMap record{{"type", "group"}, {"title", "Tessel"}, {"groupid", id}, {"url", 42}};
+    ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), record));
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
+    EXPECT_EQ(r.exitCode, 1) << r.describe().toStdString();
+    const QString text = QStringLiteral("Exception in -[AppController startDownloadForObject:]. NSInvalidArgumentException - "
+                                        "-[__NSCFNumber lastPathComponent]: unrecognized selector sent to instance.");
+    EXPECT_TRUE(r.out().contains(text)) << r.describe().toStdString();
+    EXPECT_EQ(errorsPosted(), QStringList{text});
+    ASSERT_TRUE(listener_->waitForMessages(1));
+    EXPECT_EQ(listener_->messageNames().last(), QStringLiteral("postFinishedTask"));
+    EXPECT_FALSE(QFileInfo::exists(tempFolder() + QStringLiteral("/42")));
+}
+
+// A shared temporary folder must not let another local user redirect a run, root or not:
+// the download folder is never followed through a link nor used when another user owns
+// it, and a link at the download's name is never written through.
+class DownloadFolderEndToEnd : public InstallEndToEnd {
+protected:
+    void SetUp() override
+    {
+        InstallEndToEnd::SetUp();
+        publishGroupUpdate(kId);
+        outside_ = sb_.tmpPath(QStringLiteral("outside"));
+        // The server's own folder is private to root: every runner gets a readable copy of its CA.
+        const QString ca = sb_.tmpPath(QStringLiteral("ca.pem"));
+        ASSERT_TRUE(QFile::copy(server_.caFile(), ca));
+        sb_.setEnv(QStringLiteral("VELMORA_CA_FILE"), ca);
+    }
+
+    static void removeEntry(const QString& path)
+    {
+        if (QFileInfo(path).isSymLink() || QFileInfo(path).isFile())
+            QFile::remove(path);
+        else
+            QDir(path).removeRecursively();
+    }
+
+    // A fresh temporary folder with `plant` done in it, handed to `user` (when given) before
+    // `afterHandOver`; then -install as `user` (root when none).
+    RunResult runPlanted(const std::optional<uint>& user, const std::function<void()>& plant,
+                         const std::function<void()>& afterHandOver = {})
+    {
+        removeEntry(tempFolder());
+        removeEntry(outside_);
+        EXPECT_TRUE(sb_.writeFile(outside_ + QStringLiteral("/keep.txt"), "keep"));
+        plant();
+        if (user) {
+            EXPECT_TRUE(sb_.giveHomeTo(*user));
+        }
+        if (afterHandOver)
+            afterHandOver();
+        vltest::RunOptions options;
+        options.uid = user;
+        hdiutilBefore_ = sb_.toolCalls(QStringLiteral("hdiutil")).size();
+        return sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), kId}, options);
+    }
+
+    // The image tool's calls of the last run.
+    QList<QStringList> hdiutilCalls() const { return sb_.toolCalls(QStringLiteral("hdiutil")).mid(hdiutilBefore_); }
+
+    QStringList outsideEntries() const
+    {
+        return QDir(outside_).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    void expectRefused(const RunResult& r, const QString& reason, const char* what)
+    {
+        EXPECT_EQ(r.exitCode, 1) << what << r.describe().toStdString();
+        const QString failed = QStringLiteral("Download failed - The folder %1 %2").arg(tempFolder(), reason);
+        EXPECT_TRUE(errorsPosted().contains(failed)) << what << ": " << errorsPosted().join(QLatin1Char('|')).toStdString();
+        EXPECT_TRUE(hdiutilCalls().isEmpty()) << what;
+    }
+
+    const QString kId = QStringLiteral("com.velmora.tessel");
+    QString outside_;
+    qsizetype hdiutilBefore_ = 0;
+};
+
+TEST_F(DownloadFolderEndToEnd, PlantedLinksAndForeignFoldersNeverRedirectADownload)
+{
+    QList<std::optional<uint>> runners{std::nullopt};
+    if (const auto nobody = Sandbox::unprivilegedUid())
+        runners << nobody;
+    for (const std::optional<uint>& user : runners) {
+        SCOPED_TRACE(user ? "as an unprivileged user" : "as the test's own user");
+        const auto linkTo = [](const QString& target, const QString& link) { ASSERT_TRUE(QFile::link(target, link)); };
+
+        // The folder itself is a link to a folder elsewhere.
+        RunResult r = runPlanted(user, [&] { linkTo(outside_, tempFolder()); });
+        expectRefused(r, QStringLiteral("is a symbolic link."), "folder link");
+        EXPECT_EQ(outsideEntries(), QStringList{QStringLiteral("keep.txt")});
+        EXPECT_TRUE(QFileInfo(tempFolder()).isSymLink());
+
+        // The folder belongs to someone else, who left it open to everyone.
+        if (Sandbox::unprivilegedUid()) {
+            const uint owner = user ? 0 : *Sandbox::unprivilegedUid();
+            r = runPlanted(user, [&] { ASSERT_TRUE(sb_.writeFile(tempFolder() + QStringLiteral("/theirs.dmg"), "theirs")); },
+                           [&] {
+                               ASSERT_EQ(::lchown(QFile::encodeName(tempFolder()).constData(), owner, owner), 0);
+                               ASSERT_TRUE(QFile::setPermissions(tempFolder(), QFileDevice::Permissions(0x7777)));
+                           });
+            expectRefused(r, QStringLiteral("belongs to another user."), "foreign folder");
+            EXPECT_EQ(QDir(tempFolder()).entryList(QDir::Files), QStringList{QStringLiteral("theirs.dmg")});
+        }
+
+        // A link, live or dangling, sits at the download's name: the download replaces the
+        // link and never writes through it.
+        for (const QString& target : {QStringLiteral("keep.txt"), QStringLiteral("created.dmg")}) {
+            r = runPlanted(user, [&] {
+                ASSERT_TRUE(QDir().mkpath(tempFolder()));
+                linkTo(outside_ + QLatin1Char('/') + target, tempFolder() + QStringLiteral("/Tessel.dmg"));
+            });
+            EXPECT_EQ(r.exitCode, 0) << target.toStdString() << r.describe().toStdString();
+            EXPECT_EQ(hdiutilCalls().value(0).value(2), tempFolder() + QStringLiteral("/Tessel.dmg"));
+            EXPECT_EQ(outsideEntries(), QStringList{QStringLiteral("keep.txt")}) << target.toStdString();
+            EXPECT_EQ(readAll(outside_ + QStringLiteral("/keep.txt")), QByteArray("keep"));
+        }
+    }
 }
 
 class SelfInstallEndToEnd : public InstallEndToEnd {
