@@ -1,4 +1,5 @@
 #include "shared/VLBugReporter.h"
+#include "shared/VLLog.h"
 
 #include "platform/plist/PropertyList.h"
 #include "platform/system/UserDefaults.h"
@@ -186,6 +187,7 @@ TEST_F(VLBugReporterTest, TheSwitchIsReadFromTheSharedVendorFileOnly)
             own.removeObjectForKey(QStringLiteral("disable-crash-reporter"));
         const QByteArray printed = vltest::captureStdout([&] {
             EXPECT_TRUE(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()).has_value());
+            VLLog::finishWriting(); // the writer echoes its lines: all of this case's, none later
         });
         EXPECT_EQ(printed.contains("Crash reporter disabled"), c.disabled) << printed.constData();
     }
