@@ -93,17 +93,33 @@ protected:
                            options);
     }
 
-    // Privileged tool runners started for this sandbox (their environment names its system root).
-    QList<qint64> runners() const
+    void TearDown() override
+    {
+        // A tool a killed child left running (the slow one) goes with the sandbox.
+        for (qint64 pid : sandboxProcesses())
+            ::kill(pid_t(pid), SIGKILL);
+    }
+
+    // Processes started for this sandbox (their environment names its system root).
+    QList<qint64> sandboxProcesses() const
     {
         QList<qint64> found;
         const QByteArray marker = "VELMORA_SYSROOT=" + QFile::encodeName(sandbox.sysroot()) + '\0';
         for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-            if (QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget() != VLAuthorizationChannel::runnerPath())
-                continue;
             QFile environment(QStringLiteral("/proc/%1/environ").arg(pid));
-            if (environment.open(QIODevice::ReadOnly) && ('\0' + environment.readAll()).contains('\0' + marker))
+            if (pid.toLongLong() != QCoreApplication::applicationPid() && environment.open(QIODevice::ReadOnly) &&
+                ('\0' + environment.readAll()).contains('\0' + marker))
                 found << pid.toLongLong();
+        }
+        return found;
+    }
+
+    QList<qint64> runners() const
+    {
+        QList<qint64> found;
+        for (qint64 pid : sandboxProcesses()) {
+            if (QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget() == VLAuthorizationChannel::runnerPath())
+                found << pid;
         }
         return found;
     }
