@@ -147,12 +147,12 @@ int VLAuthorization::runPrivileged(const QString& toolPath, const QStringList& a
         VLLog::appendLog(QStringLiteral("Unable to execute task %@: not authorized"), toolPath);
         return -1;
     }
-    if (answer.front() == "failed") {
-        VLLog::appendLog(QStringLiteral("Unable to execute task %@: %@"), toolPath,
-                         QString::fromStdString(answer.size() > 1 ? answer[1] : std::string()));
-        return -1;
-    }
-    return 0;
+    if (answer.front() == "started" || answer.front() == "exited")
+        return 0;
+    // "failed": refused (a relative path) or not started; the reason comes with it.
+    VLLog::appendLog(QStringLiteral("Unable to execute task %@: %@"), toolPath,
+                     QString::fromStdString(answer.size() > 1 ? answer[1] : answer.front()));
+    return -1;
 }
 
 bool VLAuthorization::authRemoveFile(const QString& path)
