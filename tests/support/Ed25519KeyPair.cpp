@@ -1,7 +1,5 @@
 #include "support/Ed25519KeyPair.h"
 
-#include <QFile>
-
 #include <openssl/evp.h>
 
 namespace vltest {
@@ -55,12 +53,6 @@ QByteArray Ed25519KeyPair::sign(const QByteArray& message) const
 QString Ed25519KeyPair::signBase64(const QByteArray& message) const
 {
     return QString::fromLatin1(sign(message).toBase64());
-}
-
-QString Ed25519KeyPair::signFileBase64(const QString& path) const
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? signBase64(file.readAll()) : QString();
 }
 
 } // namespace vltest

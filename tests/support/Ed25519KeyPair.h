@@ -23,7 +23,6 @@ public:
     QString publicKeyBase64() const;
     QByteArray sign(const QByteArray& message) const;  // the 64 raw bytes; empty on failure
     QString signBase64(const QByteArray& message) const;
-    QString signFileBase64(const QString& path) const;
 
 private:
     struct Key;

@@ -95,17 +95,15 @@ TEST_F(InstallersTest, ADownloadWhoseSignatureFailsIsRefusedOnTheInstallPanel)
 {
     const vltest::Ed25519KeyPair keys;
     ASSERT_TRUE(keys.isValid());
+    const auto write = [](const QString& path, const QByteArray& data) {
+        QFile f(path);
+        return QDir().mkpath(QFileInfo(path).path()) && f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
+    };
     const QString app = log_.path(QStringLiteral("Applications/Tessel.app"));
-    ASSERT_TRUE(QDir().mkpath(app + QStringLiteral("/Contents")));
-    QFile info(app + QStringLiteral("/Contents/Info.plist"));
-    ASSERT_TRUE(info.open(QIODevice::WriteOnly));
-    info.write(vltest::fixturePlistXml(QVariantMap{{QStringLiteral("SUPublicEDKey"), keys.publicKeyBase64()}}));
-    info.close();
-    ASSERT_TRUE(QDir().mkpath(controller_->downloadPath));
-    QFile download(controller_->downloadPath + QStringLiteral("/Tessel.dmg"));
-    ASSERT_TRUE(download.open(QIODevice::WriteOnly));
-    download.write("the served image");
-    download.close();
+    ASSERT_TRUE(write(app + QStringLiteral("/Contents/Info.plist"),
+                      vltest::fixturePlistXml(QVariantMap{{QStringLiteral("SUPublicEDKey"), keys.publicKeyBase64()}})));
+    const QString download = controller_->downloadPath + QStringLiteral("/Tessel.dmg");
+    ASSERT_TRUE(write(download, "the served image"));
 
     UpdateRecord record = kRecord;
     record.insert(record::kPath, app);
@@ -116,7 +114,7 @@ TEST_F(InstallersTest, ADownloadWhoseSignatureFailsIsRefusedOnTheInstallPanel)
     const QString log = vltest::LogFixture::logText();
     EXPECT_TRUE(log.contains(QStringLiteral("didn't verify with public key"))) << log.toStdString();
     EXPECT_FALSE(log.contains(QStringLiteral("Mounting disk image...")));
-    EXPECT_TRUE(download.exists());
+    EXPECT_TRUE(QFileInfo::exists(download));
 }
 
 } // namespace
