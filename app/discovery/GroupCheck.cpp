@@ -7,6 +7,8 @@
 
 #include "ExceptionGuard.h"
 #include "UpdateRecord.h"
+#include "discovery/CheckReport.h"
+#include "discovery/CheckVerdict.h"
 #include "discovery/FeedRules.h"
 #include "platform/foundation/Foundation.h"
 #include "platform/plist/PropertyList.h"
@@ -18,6 +20,10 @@
 #include <utility>
 
 namespace {
+
+using discovery::CheckVerdict;
+using discovery::decide;
+namespace why = discovery::why;
 
 QString groupFeedByGroup(const QString& groupID)
 {
@@ -36,10 +42,10 @@ QString groupFeedByApp(const QString& app, const QString& subapp)
 
 // The beta appcast: a keyed archive whose root object is a dictionary. Bytes that are not
 // such an archive make the unarchiver raise, which ends the check by its exception path.
-static std::optional<QVariantMap> loadGroupBeta(AppController& c, const QString& groupID)
+// `address` receives the address loaded.
+static std::optional<QVariantMap> loadGroupBeta(AppController& c, const QString& groupID, QString& address)
 {
     sys::UserDefaults& defaults = sys::UserDefaults::standard();
-    QString address;
     if (const std::optional<QString> testBeta = defaults.stringForKey(QStringLiteral("testBetaURL"))) {
         const std::optional<QString> test = defaults.stringForKey(QStringLiteral("testURL"));
         VLLog::appendLog(QStringLiteral("Checking test beta feed %@..."), test ? QVariant(*test) : QVariant());
@@ -69,16 +75,23 @@ static std::optional<QVariantMap> loadGroupBeta(AppController& c, const QString&
 
 std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, const QString& app, const QString& subapp,
                                                        qint64 version, const QString& versionString,
-                                                       const QString& bundleID, bool forceUpdate)
+                                                       const QString& bundleID, bool forceUpdate, CheckVerdict* reason)
 {
     return guard::guarded(hasGUI, "-[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:]",
                           [&]() -> std::optional<UpdateRecord> {
         VLLog::appendLog(QStringLiteral("Checking group feed..."));
-        if (groupID.isEmpty() || versionString.isEmpty() || version < 1 || bundleID.isEmpty())
+        if (groupID.isEmpty() || versionString.isEmpty() || version < 1 || bundleID.isEmpty()) {
+            decide(reason, why::notChecked(fnd::format(
+                QStringLiteral("the group check needs a group identifier, a version string, a version of at least 1 "
+                               "and a bundle identifier; it got group \"%@\", version %lld \"%@\", identifier \"%@\""),
+                groupID, version, versionString, bundleID)));
             return std::nullopt;
+        }
         const qint64 checked = fnd::integerValue(checkedUpdates().value(groupID));
-        if (checked >= 1 && checked <= version && !forceUpdate)
+        if (checked >= 1 && checked <= version && !forceUpdate) {
+            decide(reason, why::checkedAlready(fnd::format(QStringLiteral("group %@"), groupID), checked));
             return std::nullopt;
+        }
 
         sys::UserDefaults& defaults = sys::UserDefaults::standard();
         QString current;
@@ -94,41 +107,62 @@ std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, c
         const discovery::GroupRequest request{groupID, version, versionString, bundleID, forceUpdate};
         for (;;) {
             VLLog::appendLog(QStringLiteral("Connecting to URL %@..."), current);
-            const std::optional<QVariant> loaded = dictionaryFromData(dataFromURLSync(current));
+            UrlResponseInfo response;
+            QString loadError;
+            QString decodeError;
+            const std::optional<QVariant> loaded =
+                dictionaryFromData(dataFromURLSync(current, &response, &loadError), &decodeError);
             if (!loaded) {
                 if (fallback) {
                     current = *std::exchange(fallback, std::nullopt);
                     continue;
                 }
                 VLLog::appendLog(QStringLiteral("Unable to load appcast %@."), current);
+                decide(reason, why::feedUnreachable(current, loadError, response.statusCode, decodeError));
                 return std::nullopt;
             }
+            QString betaAddress;
             const std::optional<QVariantMap> beta = defaults.integerForKey(QStringLiteral("showBetaUpdates")) == 1
-                ? loadGroupBeta(*this, groupID) : std::nullopt;
+                ? loadGroupBeta(*this, groupID, betaAddress) : std::nullopt;
             const QVariantMap main = discovery::feedDictionary(*loaded);
             if (discovery::isDeprecated(main, bundleID)) {
                 VLLog::appendLog(QStringLiteral("%@ is deprecated. Skipping..."), bundleID);
+                decide(reason, why::deprecated(bundleID, current));
                 return std::nullopt;
             }
             QVariantMap checkedNow = checkedUpdates();
             checkedNow.insert(groupID, version);
             setCheckedUpdates(checkedNow);
 
+            const QString system = VLOSDetect::osxVersion();
             const discovery::GroupOutcome outcome = discovery::evaluateGroupRelease(
-                main, beta, request, VLOSDetect::osxVersion(), [this](const QString& id) { return groupIDExists(id); });
-            if (outcome.standaloneApps)
+                main, beta, request, system, [this](const QString& id) { return groupIDExists(id); });
+            if (outcome.standaloneApps) {
                 setSkippedBundleIDs(skippedBundleIDs() + *outcome.standaloneApps);
+                if (checkReport)
+                    checkReport->noteStandaloneApps(*outcome.standaloneApps, groupID);
+            }
             switch (outcome.verdict) {
             case discovery::GroupVerdict::NotNewer:
                 if (fallback) {
                     current = *std::exchange(fallback, std::nullopt);
                     continue;
                 }
+                decide(reason, why::upToDate(beta ? current + QStringLiteral(" and ") + betaAddress : current,
+                                             outcome.newestVersion, version));
                 return record::upToDateMarker();
-            case discovery::GroupVerdict::Successor: return record::upToDateMarker();
+            case discovery::GroupVerdict::Successor:
+                decide(reason, why::successorGroup(groupID, outcome.successorGroup));
+                return record::upToDateMarker();
             case discovery::GroupVerdict::NeedsNewerOS:
-            case discovery::GroupVerdict::Ignored: return std::nullopt;
-            case discovery::GroupVerdict::Update: return outcome.record;
+                decide(reason, why::needsNewerOS(outcome.requiredOS, system));
+                return std::nullopt;
+            case discovery::GroupVerdict::Ignored:
+                decide(reason, why::ignored(bundleID, current));
+                return std::nullopt;
+            case discovery::GroupVerdict::Update:
+                decide(reason, why::offered(outcome.record, outcome.betaChosen ? betaAddress : current));
+                return outcome.record;
             }
             return std::nullopt;
         }
