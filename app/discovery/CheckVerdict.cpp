@@ -162,7 +162,7 @@ CheckVerdict feedMalformed(const QString& feed, const QString& problem, int http
     QVariantMap facts = feedFacts(feed, httpStatus);
     facts.insert(QStringLiteral("error"), problem);
     return {CheckOutcome::FeedMalformed,
-            fnd::format(QStringLiteral("%@%@: %@"), feed, statusText(httpStatus), problem), facts};
+            fnd::format(QStringLiteral("the feed %@%@ cannot be used: %@"), feed, statusText(httpStatus), problem), facts};
 }
 
 CheckVerdict feedRefused(const QString& feed, const QString& requiredBase)
@@ -197,6 +197,26 @@ CheckVerdict unidentified(const QVariantMap& record)
                                        "groupID), so the list drops it"),
                         record.value(record::kTitle)),
             {}};
+}
+
+CheckVerdict incompleteSparkleRequest(const QString& feed, const QString& bundleID, qint64 version)
+{
+    return {CheckOutcome::NotChecked,
+            fnd::format(QStringLiteral("the Sparkle check needs a feed address, a bundle identifier and a build number "
+                                       "(CFBundleVersion) of at least 1; it got feed \"%@\", identifier \"%@\", build %lld"),
+                        feed, bundleID, version),
+            {{QStringLiteral("feed"), feed}, {QStringLiteral("installedVersion"), version}}};
+}
+
+CheckVerdict incompleteGroupRequest(const QString& groupID, qint64 version, const QString& versionString,
+                                    const QString& bundleID)
+{
+    return {CheckOutcome::NotChecked,
+            fnd::format(QStringLiteral("the group check needs a group identifier, a version (VLGroupVersion) of at least 1, "
+                                       "a version string and a bundle identifier; it got group \"%@\", version %lld "
+                                       "\"%@\", identifier \"%@\""),
+                        groupID, version, versionString, bundleID),
+            {{QStringLiteral("group"), groupID}, {QStringLiteral("installedVersion"), version}}};
 }
 
 CheckVerdict notVendorBundle(const QString& problem)

@@ -76,6 +76,10 @@ namespace why {
 [[nodiscard]] CheckVerdict groupListedAlready(const QString& groupID);
 // The update has no identifier (group records take the feed's groupID), so the list drops it.
 [[nodiscard]] CheckVerdict unidentified(const QVariantMap& record);
+// The check's arguments fall short (no build number, no feed, no group data).
+[[nodiscard]] CheckVerdict incompleteSparkleRequest(const QString& feed, const QString& bundleID, qint64 version);
+[[nodiscard]] CheckVerdict incompleteGroupRequest(const QString& groupID, qint64 version, const QString& versionString,
+                                                  const QString& bundleID);
 [[nodiscard]] CheckVerdict notVendorBundle(const QString& problem);
 [[nodiscard]] CheckVerdict notChecked(const QString& problem);
 [[nodiscard]] CheckVerdict duplicate(const QString& problem);

@@ -73,6 +73,41 @@ static std::optional<QVariantMap> loadGroupBeta(AppController& c, const QString&
     return beta;
 }
 
+namespace {
+
+// The feeds a verdict names: the main (or test) feed loaded, and the beta feed when one was.
+struct LoadedFeeds {
+    QString main;
+    QString beta;  // empty when no beta feed was loaded
+    QString both() const { return beta.isEmpty() ? main : main + QStringLiteral(" and ") + beta; }
+};
+
+// The answer to a release the rules judged, once no fallback feed is left to try.
+std::optional<UpdateRecord> answerFor(const discovery::GroupOutcome& outcome, const discovery::GroupRequest& request,
+                                      const LoadedFeeds& feeds, const QString& system, CheckVerdict* reason)
+{
+    switch (outcome.verdict) {
+    case discovery::GroupVerdict::NotNewer:
+        decide(reason, why::upToDate(feeds.both(), outcome.newestVersion, request.installedVersion));
+        return record::upToDateMarker();
+    case discovery::GroupVerdict::Successor:
+        decide(reason, why::successorGroup(request.groupID, outcome.successorGroup));
+        return record::upToDateMarker();
+    case discovery::GroupVerdict::NeedsNewerOS:
+        decide(reason, why::needsNewerOS(outcome.requiredOS, system));
+        return std::nullopt;
+    case discovery::GroupVerdict::Ignored:
+        decide(reason, why::ignored(request.bundleID, feeds.main));
+        return std::nullopt;
+    case discovery::GroupVerdict::Update:
+        decide(reason, why::offered(outcome.record, outcome.betaChosen ? feeds.beta : feeds.main));
+        return outcome.record;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
 std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, const QString& app, const QString& subapp,
                                                        qint64 version, const QString& versionString,
                                                        const QString& bundleID, bool forceUpdate, CheckVerdict* reason)
@@ -81,10 +116,7 @@ std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, c
                           [&]() -> std::optional<UpdateRecord> {
         VLLog::appendLog(QStringLiteral("Checking group feed..."));
         if (groupID.isEmpty() || versionString.isEmpty() || version < 1 || bundleID.isEmpty()) {
-            decide(reason, why::notChecked(fnd::format(
-                QStringLiteral("the group check needs a group identifier, a version string, a version of at least 1 "
-                               "and a bundle identifier; it got group \"%@\", version %lld \"%@\", identifier \"%@\""),
-                groupID, version, versionString, bundleID)));
+            decide(reason, why::incompleteGroupRequest(groupID, version, versionString, bundleID));
             return std::nullopt;
         }
         const qint64 checked = fnd::integerValue(checkedUpdates().value(groupID));
@@ -121,9 +153,11 @@ std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, c
                 decide(reason, why::feedUnreachable(current, loadError, response.statusCode, decodeError));
                 return std::nullopt;
             }
-            QString betaAddress;
+            LoadedFeeds feeds{current, {}};
             const std::optional<QVariantMap> beta = defaults.integerForKey(QStringLiteral("showBetaUpdates")) == 1
-                ? loadGroupBeta(*this, groupID, betaAddress) : std::nullopt;
+                ? loadGroupBeta(*this, groupID, feeds.beta) : std::nullopt;
+            if (!beta)
+                feeds.beta.clear();
             const QVariantMap main = discovery::feedDictionary(*loaded);
             if (discovery::isDeprecated(main, bundleID)) {
                 VLLog::appendLog(QStringLiteral("%@ is deprecated. Skipping..."), bundleID);
@@ -142,29 +176,11 @@ std::optional<UpdateRecord> AppController::updateGroup(const QString& groupID, c
                 if (checkReport)
                     checkReport->noteStandaloneApps(*outcome.standaloneApps, groupID);
             }
-            switch (outcome.verdict) {
-            case discovery::GroupVerdict::NotNewer:
-                if (fallback) {
-                    current = *std::exchange(fallback, std::nullopt);
-                    continue;
-                }
-                decide(reason, why::upToDate(beta ? current + QStringLiteral(" and ") + betaAddress : current,
-                                             outcome.newestVersion, version));
-                return record::upToDateMarker();
-            case discovery::GroupVerdict::Successor:
-                decide(reason, why::successorGroup(groupID, outcome.successorGroup));
-                return record::upToDateMarker();
-            case discovery::GroupVerdict::NeedsNewerOS:
-                decide(reason, why::needsNewerOS(outcome.requiredOS, system));
-                return std::nullopt;
-            case discovery::GroupVerdict::Ignored:
-                decide(reason, why::ignored(bundleID, current));
-                return std::nullopt;
-            case discovery::GroupVerdict::Update:
-                decide(reason, why::offered(outcome.record, outcome.betaChosen ? betaAddress : current));
-                return outcome.record;
+            if (outcome.verdict == discovery::GroupVerdict::NotNewer && fallback) {
+                current = *std::exchange(fallback, std::nullopt);
+                continue;
             }
-            return std::nullopt;
+            return answerFor(outcome, request, feeds, system, reason);
         }
     });
 }

@@ -148,24 +148,21 @@ std::optional<UpdateRecord> AppController::checkForUpdatesToSelf(CheckVerdict* r
         const QString system = VLOSDetect::osxVersion();
         const discovery::SelfOutcome outcome =
             discovery::evaluateSelfRelease(discovery::feedDictionary(*main), beta, request, system);
-        switch (outcome.verdict) {
-        case discovery::SelfVerdict::NotNewer:
-            decide(reason, why::upToDate(feeds, outcome.newestVersion, outcome.ownVersion));
+        if (outcome.verdict != discovery::SelfVerdict::Update) {
+            decide(reason, outcome.verdict == discovery::SelfVerdict::NeedsNewerOS
+                               ? why::needsNewerOS(outcome.requiredOS, system)
+                               : why::upToDate(feeds, outcome.newestVersion, outcome.ownVersion));
             return std::nullopt;
-        case discovery::SelfVerdict::NeedsNewerOS:
-            decide(reason, why::needsNewerOS(outcome.requiredOS, system));
-            return std::nullopt;
-        case discovery::SelfVerdict::Update: break;
         }
-        std::optional<UpdateRecord> rec = outcome.record;
+        UpdateRecord rec = outcome.record;
 
         VLLog::appendLog(QStringLiteral("Loading update information into TableView..."));
-        if (isSkippedVersion(fnd::integerValue(rec->value(record::kNewVersion))))
-            rec->insert(record::kSkipped, true);
+        if (isSkippedVersion(fnd::integerValue(rec.value(record::kNewVersion))))
+            rec.insert(record::kSkipped, true);
         sys::runOnMainThreadAndWait([&] {
             std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
             dataArray.clear();
-            dataArray.append(*rec);
+            dataArray.append(rec);
         });
         if (hasGUI) {
             sys::runOnMainThreadAndWait([&] { ui().reloadTableView(); });
@@ -174,7 +171,7 @@ std::optional<UpdateRecord> AppController::checkForUpdatesToSelf(CheckVerdict* r
             sys::runOnMainThreadAndWait([&] { ui().selectFirstItem(); });
         }
         VLLog::appendLog(QStringLiteral("Successful."));
-        decide(reason, why::offered(*rec, outcome.betaChosen ? betaAddress : load.address));
+        decide(reason, why::offered(rec, outcome.betaChosen ? betaAddress : load.address));
         return rec;
     });
 }

@@ -134,10 +134,7 @@ std::optional<UpdateRecord> AppController::updateSparkleFeed(const QString& feed
                           [&]() -> std::optional<UpdateRecord> {
         VLLog::fastAppendLog(QStringLiteral("Checking Sparkle feed for %@ (version %i)..."), appPath, version);
         if (feedURL.isEmpty() || appPath.isEmpty() || version < 1 || bundleID.isEmpty()) {
-            decide(reason, why::notChecked(fnd::format(
-                QStringLiteral("the Sparkle check needs a feed address, a bundle identifier and a build number of at "
-                               "least 1; it got feed \"%@\", identifier \"%@\", build %lld"),
-                feedURL, bundleID, version)));
+            decide(reason, why::incompleteSparkleRequest(feedURL, bundleID, version));
             return std::nullopt;
         }
         if (const std::optional<qint64> checked = alreadyChecked(checkedUpdates(), feedURL, version)) {
