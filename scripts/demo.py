@@ -9,9 +9,11 @@ DEMO_DIR/home and DEMO_DIR/tmp, starts the local HTTPS update server (scripts/te
 on DEMO_DIR/server, then runs the real updater:
 
   1. SoftwareUpdate -list                      the records of every available update
-  2. SoftwareUpdate -install sparkle <app>     a disk-image update of a Sparkle application
-  3. SoftwareUpdate -install group <group ID>  an installer-package update of the group
-  4. SoftwareUpdate -install self <own ID>     the updater's own update, through its helper
+  2. SoftwareUpdate -explain                   why each application is or is not offered
+  3. SoftwareUpdate -explain <path>            the same for a bundle the check passed over
+  4. SoftwareUpdate -install sparkle <app>     a disk-image update of a Sparkle application
+  5. SoftwareUpdate -install group <group ID>  an installer-package update of the group
+  6. SoftwareUpdate -install self <own ID>     the updater's own update, through its helper
 
 with a notification listener standing in for the vendor client, and shows what changed.
 """
@@ -264,6 +266,9 @@ def main():
     print("Demo tree: %s (server https://localhost:%d)" % (out, port))
     try:
         run_step("every available update, as the vendor client reads them", [executable, "-list"], env)
+        run_step("why each application is or is not offered", [executable, "-explain"], env)
+        run_step("why a bundle the check passed over is not offered",
+                 [executable, "-explain", os.path.join(sysroot, "Applications", "Other Vendor Tool.app")], env)
         run_step("a Sparkle application, from a disk image",
                  [executable, "-install", "sparkle", os.path.join(sysroot, "Applications", "Velmora Notes.app")], env)
         run_step("the vendor group, from an installer package", [executable, "-install", "group", GROUP_ID], env)
