@@ -8,13 +8,13 @@
 // non-owning) for the duration of one check, then read. Thread-safe: the bundle checks of
 // the update queue record concurrently.
 
-#include "UpdateRecord.h"
 #include "discovery/CheckVerdict.h"
 
 #include <QList>
 #include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVariantMap>
 
 #include <mutex>
 #include <optional>

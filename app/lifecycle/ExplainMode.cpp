@@ -12,6 +12,7 @@
 #include "lifecycle/RunModes.h"
 
 #include "AppController.h"
+#include "UpdateRecord.h"
 #include "discovery/CheckReport.h"
 #include "discovery/CheckVerdict.h"
 #include "platform/foundation/Format.h"
@@ -86,7 +87,7 @@ QList<Explained> everything(const CheckReport& report)
 CheckVerdict selfUpdateFirst(const CheckReport& report)
 {
     const std::optional<CheckedBundle> self = report.selfCheck();
-    const QVariant title = self && self->offered ? self->offered->value(QStringLiteral("title")) : QVariant();
+    const QVariant title = self && self->offered ? self->offered->value(record::kTitle) : QVariant();
     return discovery::why::notChecked(fnd::format(
         QStringLiteral("an update of the updater itself (\"%@\") is pending, and no other application is checked "
                        "until it is installed"),
