@@ -40,6 +40,10 @@ struct UrlResponseInfo {
 };
 
 class Download; // install/Download.h: the running download (the URL download object)
+namespace discovery {
+struct CheckVerdict; // discovery/CheckVerdict.h: why a check answered as it did
+class CheckReport;   // discovery/CheckReport.h: the verdicts of one full check, for -explain
+} // namespace discovery
 
 class AppController {
 public:
@@ -68,19 +72,22 @@ public:
 
     // ---- discovery/sparkle, group, self -------------------------------------------------
     // Each returns an update record, the up-to-date marker, or nullopt (skipped, refused, failed).
+    // With `why` given, it also receives the rule that decided the answer.
     std::optional<UpdateRecord> updateSparkleFeed(const QString& feedURL, const QString& appPath,
                                                   const QString& bundleID, qint64 version,
-                                                  const QString& stringVersion);
+                                                  const QString& stringVersion, discovery::CheckVerdict* why = nullptr);
     std::optional<UpdateRecord> updateGroup(const QString& groupID, const QString& app, const QString& subapp,
                                             qint64 version, const QString& versionString,
-                                            const QString& bundleID, bool forceUpdate = false);
-    std::optional<UpdateRecord> checkForUpdatesToSelf();
+                                            const QString& bundleID, bool forceUpdate = false,
+                                            discovery::CheckVerdict* why = nullptr);
+    std::optional<UpdateRecord> checkForUpdatesToSelf(discovery::CheckVerdict* why = nullptr);
 
     // ---- discovery/driver ---------------------------------------------------------------
     void checkForUpdatesToAll();
     void checkForUpdates(const std::optional<QStringList>& forcedIDs);
     void checkForUpdatesToApp(const QString& bundlePath);
-    void addObjectToDataArray(const UpdateRecord& record);
+    // True when the record was appended (no record with its title was there).
+    bool addObjectToDataArray(const UpdateRecord& record);
     QList<UpdateRecord> uniqueObjectsInArray(const QList<UpdateRecord>& list);
     static bool isGroup(const QString& groupID, const QList<UpdateRecord>& list);
     // array:compareExclusiveItemsInArray: - the items of the longer list the other lacks.
@@ -91,7 +98,8 @@ public:
     // caller's event loop, so it may be called from any thread. nullopt on error.
     std::optional<QByteArray> dataFromURLSync(const QString& url, UrlResponseInfo* response = nullptr,
                                               QString* error = nullptr);
-    std::optional<QVariant> dictionaryFromData(const std::optional<QByteArray>& data);
+    // `error`, when given, receives the decoding error (empty when there was no data).
+    std::optional<QVariant> dictionaryFromData(const std::optional<QByteArray>& data, QString* error = nullptr);
 
     // ---- install/download ---------------------------------------------------------------
     void installClick();
@@ -142,6 +150,9 @@ public:
     UrlResponseInfo downloadResponse;
     double bytesReceived = 0;
     double lastProgress = 0;
+    // Set by -explain for one full check (not owned): the scan and the driver record every
+    // bundle's verdict there. Null otherwise, and then nothing is recorded.
+    discovery::CheckReport* checkReport = nullptr;
 
     // checkedUpdates and skippedBundleIDs are replaced whole (read, copy, replace) without a
     // lock of their own, as the checks expect; the accessors only make each read and each

@@ -10,13 +10,15 @@ starts the local HTTPS update server (scripts/testserver.py) on DEMO_DIR/server,
 real updater:
 
   1. SoftwareUpdate -list                      the records of every available update
-  2. SoftwareUpdate -install sparkle <app>     a disk-image update of a Sparkle application
+  2. SoftwareUpdate -explain                   why each application is or is not offered
+  3. SoftwareUpdate -explain <path>            the same for a bundle the check passed over
+  4. SoftwareUpdate -install sparkle <app>     a disk-image update of a Sparkle application
      (then the two key-carrying applications get their release 2.0: one signed by their
      developer, one whose download was replaced on the server after it was signed)
-  3. SoftwareUpdate -install sparkle <app>     a signed update: verified, then installed
-  4. SoftwareUpdate -install sparkle <app>     a tampered update: refused before mounting
-  5. SoftwareUpdate -install group <group ID>  an installer-package update of the group
-  6. SoftwareUpdate -install self <own ID>     the updater's own, signed update, through its helper
+  5. SoftwareUpdate -install sparkle <app>     a signed update: verified, then installed
+  6. SoftwareUpdate -install sparkle <app>     a tampered update: refused before mounting
+  7. SoftwareUpdate -install group <group ID>  an installer-package update of the group
+  8. SoftwareUpdate -install self <own ID>     the updater's own, signed update, through its helper
 
 with a notification listener standing in for the vendor client, and shows what changed.
 The developer's Ed25519 key pair is made afresh by the openssl tool for every run; the private
@@ -365,6 +367,9 @@ def main():
     print("Demo tree: %s (server https://localhost:%d)" % (out, port))
     try:
         run_step("every available update, as the vendor client reads them", [executable, "-list"], env)
+        run_step("why each application is or is not offered", [executable, "-explain"], env)
+        run_step("why a bundle the check passed over is not offered",
+                 [executable, "-explain", os.path.join(sysroot, "Applications", "Other Vendor Tool.app")], env)
         run_step("a Sparkle application, from a disk image",
                  [executable, "-install", "sparkle", os.path.join(sysroot, "Applications", "Velmora Notes.app")], env)
         write_signed_feeds(server_root, base, signatures, released=True)

@@ -7,6 +7,8 @@
 
 #include "ExceptionGuard.h"
 #include "UpdateRecord.h"
+#include "discovery/CheckReport.h"
+#include "discovery/CheckVerdict.h"
 #include "discovery/ScanSupport.h"
 #include "platform/foundation/Foundation.h"
 #include "platform/plist/PropertyList.h"
@@ -18,6 +20,11 @@
 #include <QSet>
 
 namespace {
+
+using discovery::CheckVerdict;
+namespace why = discovery::why;
+
+const QString kVendorPrefix = QStringLiteral("com.velmora.");
 
 // The folders a full check scans, in order: applications, both preference-pane folders and
 // every media plug-in folder of the local application support.
@@ -73,7 +80,10 @@ void AppController::checkForUpdates(const std::optional<QStringList>& forcedIDs)
         VLLog::appendLog(QStringLiteral("Populating VL apps list..."));
         QStringList bundles;
         QSet<QString> installedGroups;
-        for (const QString& folder : foldersToScan()) {
+        const QStringList folders = foldersToScan();
+        if (checkReport)
+            checkReport->setScannedFolders(folders);
+        for (const QString& folder : folders) {
             std::optional<QStringList> groups;
             if (const std::optional<QStringList> found = VLAppsInFolder(folder, &groups))
                 bundles += *found;
@@ -119,13 +129,32 @@ void AppController::checkForUpdates(const std::optional<QStringList>& forcedIDs)
 
 void AppController::checkForUpdatesToApp(const QString& bundlePath)
 {
+    // Stays so only when the check leaves by its exception path (with a window it returns).
+    CheckVerdict verdict = why::failed(QStringLiteral("the check ended by an exception, which the log names"));
+    QString bundleID;
+    std::optional<UpdateRecord> listed;
+    // Adds a check's record to the list; a record whose title is listed already is dropped.
+    auto list = [&](const std::optional<UpdateRecord>& rec) {
+        if (!rec || record::isUpToDateMarker(*rec))
+            return;
+        if (addObjectToDataArray(*rec))
+            listed = rec;
+        else
+            verdict = why::duplicate(fnd::format(QStringLiteral("an update titled \"%@\" is listed already"),
+                                                 rec->value(record::kTitle)));
+    };
     guard::guarded(hasGUI, "-[AppController checkForUpdatesToApp:]", [&] {
         const std::optional<QVariantMap> info = plist::readDictionaryFile(bundlePath + QStringLiteral("/Contents/Info.plist"));
-        if (!info)
+        if (!info) {
+            verdict = why::notVendorBundle(QStringLiteral("it has no readable Contents/Info.plist"));
             return;
-        const QString bundleID = info->value(QStringLiteral("CFBundleIdentifier")).toString();
-        if (!bundleID.startsWith(QStringLiteral("com.velmora.")))
+        }
+        bundleID = info->value(QStringLiteral("CFBundleIdentifier")).toString();
+        if (!bundleID.startsWith(kVendorPrefix)) {
+            verdict = why::notVendorBundle(
+                fnd::format(QStringLiteral("its identifier \"%@\" does not begin with \"%@\""), bundleID, kVendorPrefix));
             return;
+        }
         const std::optional<QString> descriptorPath = discovery::scan::descriptorPath(bundlePath);
         const QVariantMap descriptor = descriptorPath ? discovery::scan::readDescriptor(*descriptorPath) : QVariantMap();
         VLLog::appendLog(QStringLiteral("VL app found - %@..."), bundlePath);
@@ -136,9 +165,10 @@ void AppController::checkForUpdatesToApp(const QString& bundlePath)
             const qint64 version = fnd::intValue(info->value(QStringLiteral("CFBundleVersion")));
             const std::optional<UpdateRecord> rec =
                 updateSparkleFeed(feed.toString(), bundlePath, bundleID, version,
-                                  info->value(QStringLiteral("CFBundleShortVersionString")).toString());
-            if (rec && !record::isUpToDateMarker(*rec))
-                addObjectToDataArray(*rec);
+                                  info->value(QStringLiteral("CFBundleShortVersionString")).toString(), &verdict);
+            if (verdict.outcome == discovery::CheckOutcome::CoveredByGroup && checkReport)
+                verdict = why::coveredByGroup(bundleID, checkReport->coveringGroup(bundleID));
+            list(rec);
             return;
         }
         const QVariant group = descriptor.value(QStringLiteral("VLGroupID"));
@@ -148,17 +178,23 @@ void AppController::checkForUpdatesToApp(const QString& bundlePath)
         // Holding the list's lock for the whole step makes group checks run one at a time,
         // so the first member of a group checks it for all members.
         std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
-        if (!group.isValid() || isGroup(group.toString(), dataArray))
+        if (!group.isValid()) {
+            verdict = why::notChecked(QStringLiteral("its update descriptor names neither a Sparkle feed (SUFeedURL) nor "
+                                                     "a group (VLGroupID)"));
             return;
+        }
+        if (isGroup(group.toString(), dataArray)) {
+            verdict = why::groupListedAlready(group.toString());
+            return;
+        }
         const QString app = descriptor.value(QStringLiteral("VLGroupApp")).toString();
-        const std::optional<UpdateRecord> rec =
-            updateGroup(group.toString(), app, app, version, versionString.toString(), bundleID, false);
-        if (rec && !record::isUpToDateMarker(*rec))
-            addObjectToDataArray(*rec);
+        list(updateGroup(group.toString(), app, app, version, versionString.toString(), bundleID, false, &verdict));
     });
+    if (checkReport)
+        checkReport->recordCheck(bundlePath, bundleID, verdict, listed);
 }
 
-void AppController::addObjectToDataArray(const UpdateRecord& rec)
+bool AppController::addObjectToDataArray(const UpdateRecord& rec)
 {
     std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
     const QVariant title = rec.value(record::kTitle);
@@ -166,9 +202,10 @@ void AppController::addObjectToDataArray(const UpdateRecord& rec)
         const QVariant existingTitle = existing.value(record::kTitle);
         // A missing title equals nothing, not even another missing title.
         if (existingTitle.isValid() && existingTitle == title)
-            return;
+            return false;
     }
     dataArray.append(rec);
+    return true;
 }
 
 QList<UpdateRecord> AppController::uniqueObjectsInArray(const QList<UpdateRecord>& list)
@@ -179,8 +216,23 @@ QList<UpdateRecord> AppController::uniqueObjectsInArray(const QList<UpdateRecord
         QList<UpdateRecord> unique;
         for (const UpdateRecord& rec : list) {
             const QString id = record::identifierOf(rec);
-            if (id.isEmpty() || kept.contains(id) || skipped.contains(id))
+            // Each drop tells the report why, when there is one.
+            auto drop = [&](const auto& verdict) {
+                if (checkReport)
+                    checkReport->recordDropped(rec, verdict());
+            };
+            if (id.isEmpty()) {
+                drop([&] { return why::unidentified(rec); });
                 continue;
+            }
+            if (kept.contains(id)) {
+                drop([&] { return why::duplicate(fnd::format(QStringLiteral("another update of %@ is listed already"), id)); });
+                continue;
+            }
+            if (skipped.contains(id)) {
+                drop([&] { return why::coveredByGroup(id, checkReport->coveringGroup(id)); });
+                continue;
+            }
             kept.insert(id);
             unique.append(rec);
         }

@@ -104,14 +104,17 @@ GroupOutcome evaluateGroupRelease(const QVariantMap& main, const std::optional<Q
     VLLog::appendLog(QStringLiteral("Comparing versions..."));
     const int m = feedIntValue(main.value(QStringLiteral("groupVersion")));
     const int b = beta ? feedIntValue(beta->value(QStringLiteral("groupVersion"))) : 0;
-    if (std::max(m, b) <= request.installedVersion && !request.forceUpdate)
+    out.newestVersion = std::max(m, b);
+    if (out.newestVersion <= request.installedVersion && !request.forceUpdate)
         return out;
     const QVariantMap& e = chooseRelease(main, beta);
+    out.betaChosen = &e != &main;
 
     // A release that names another, installed group is checked with that group.
     const QVariant releaseGroup = e.value(QStringLiteral("groupID"));
     if (releaseGroup.isValid() && releaseGroup.toString() != request.groupID && groupInstalled(releaseGroup.toString())) {
         out.verdict = GroupVerdict::Successor;
+        out.successorGroup = releaseGroup.toString();
         return out;
     }
     VLLog::appendLog(QStringLiteral("Update found..."));
@@ -119,6 +122,7 @@ GroupOutcome evaluateGroupRelease(const QVariantMap& main, const std::optional<Q
     if (minOSBlocks(minOS, systemVersion)) {
         VLLog::appendLog(QStringLiteral("Update requires macOS %@"), minOS);
         out.verdict = GroupVerdict::NeedsNewerOS;
+        out.requiredOS = minOS;
         return out;
     }
     fillGroupRecord(main, e, request, out.record);
@@ -154,25 +158,31 @@ GroupOutcome evaluateGroupRelease(const QVariantMap& main, const std::optional<Q
     return out;
 }
 
-std::optional<QVariantMap> evaluateSelfRelease(const QVariantMap& main, const std::optional<QVariantMap>& beta,
-                                               const SelfRequest& request, const QString& systemVersion)
+SelfOutcome evaluateSelfRelease(const QVariantMap& main, const std::optional<QVariantMap>& beta,
+                                const SelfRequest& request, const QString& systemVersion)
 {
+    SelfOutcome out;
     const int v = feedIntValue(request.ownVersion);
     const int m = feedIntValue(main.value(QStringLiteral("groupVersion")));
     const int b = beta ? feedIntValue(beta->value(QStringLiteral("groupVersion"))) : 0;
     const QVariantMap& e = chooseRelease(main, beta);
     const int newest = std::max(m, b);
+    out.betaChosen = &e != &main;
+    out.ownVersion = v;
+    out.newestVersion = newest;
     if (v >= newest) {
         VLLog::fastAppendLog(QStringLiteral("No update found."));
-        return std::nullopt;
+        return out;
     }
     VLLog::appendLog(QStringLiteral("Update is available."));
     const QString minOS = feedMinOS(e);
     if (minOSBlocks(minOS, systemVersion)) {
         VLLog::appendLog(QStringLiteral("Update requires macOS %@"), minOS);
-        return std::nullopt;
+        out.verdict = SelfVerdict::NeedsNewerOS;
+        out.requiredOS = minOS;
+        return out;
     }
-    QVariantMap rec;
+    QVariantMap& rec = out.record;
     rec.insert(record::kNewVersion, qlonglong(newest));
     insertIfPresent(rec, record::kNewVersionString, e.value(QStringLiteral("groupVersionString")));
     insertIfPresent(rec, record::kOldVersion, request.ownVersion);
@@ -192,7 +202,8 @@ std::optional<QVariantMap> evaluateSelfRelease(const QVariantMap& main, const st
         VLLog::appendLog(QStringLiteral("Manual install only."));
     rec.insert(record::kManualOnly, manual);
     rec.insert(record::kSelected, qlonglong(manual ? 0 : 1));
-    return rec;
+    out.verdict = SelfVerdict::Update;
+    return out;
 }
 
 } // namespace discovery

@@ -60,6 +60,12 @@ struct GroupOutcome {
     // The release's stand-alone applications, to be appended to skippedBundleIDs; set when
     // the rule applied (even when the application then turned out to be ignored).
     std::optional<QStringList> standaloneApps;
+    // The values that decided: the newest version offered (main or beta), and for
+    // Successor the release's group, for NeedsNewerOS the blocking minOS.
+    int newestVersion = 0;
+    QString successorGroup;
+    QString requiredOS;
+    bool betaChosen = false;  // the release offered is the beta feed's
 };
 
 // Deprecation is decided on the main feed only, case-sensitively.
@@ -78,12 +84,25 @@ struct SelfRequest {
     QString bundleID;           // "com.velmora.SoftwareUpdate"
 };
 
-// The self-update record, or nullopt when nothing is newer or the system is too old. The
-// chosen entry's "edSignature" (base64 Ed25519 signature of the download, under the key in the
-// updater's own Info.plist) is copied into the record only when the feed has one.
-[[nodiscard]] std::optional<QVariantMap> evaluateSelfRelease(const QVariantMap& main,
-                                                             const std::optional<QVariantMap>& beta,
-                                                             const SelfRequest& request,
-                                                             const QString& systemVersion);
+enum class SelfVerdict {
+    NotNewer,      // "No update found."
+    NeedsNewerOS,  // "Update requires macOS %@"
+    Update,        // `record` holds the self-update record
+};
+
+struct SelfOutcome {
+    SelfVerdict verdict = SelfVerdict::NotNewer;
+    QVariantMap record;
+    int ownVersion = 0;     // the updater's build as compared
+    int newestVersion = 0;  // the newest build offered (main or beta)
+    QString requiredOS;     // NeedsNewerOS: the blocking minOS
+    bool betaChosen = false;  // the release offered is the beta feed's
+};
+
+// The self-update record, or the reason there is none: nothing newer, or the system is too old.
+// The chosen entry's "edSignature" (base64 Ed25519 signature of the download, under the key in
+// the updater's own Info.plist) is copied into the record only when the feed has one.
+[[nodiscard]] SelfOutcome evaluateSelfRelease(const QVariantMap& main, const std::optional<QVariantMap>& beta,
+                                              const SelfRequest& request, const QString& systemVersion);
 
 } // namespace discovery

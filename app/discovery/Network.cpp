@@ -168,7 +168,7 @@ std::optional<QByteArray> AppController::dataFromURLSync(const QString& url, Url
     return result.data;
 }
 
-std::optional<QVariant> AppController::dictionaryFromData(const std::optional<QByteArray>& data)
+std::optional<QVariant> AppController::dictionaryFromData(const std::optional<QByteArray>& data, QString* decodeError)
 {
     if (!data)
         return std::nullopt;
@@ -176,6 +176,8 @@ std::optional<QVariant> AppController::dictionaryFromData(const std::optional<QB
     std::optional<QVariant> value = plist::read(*data, &error);
     if (value)
         return value;
+    if (decodeError)
+        *decodeError = error;
     const QByteArray shown = data->left(discovery::kShownDataBytes);
     const QString more = data->size() > shown.size()
         ? fnd::format(QStringLiteral(" ... (%lli bytes in all)"), qint64(data->size()))

@@ -5,6 +5,8 @@
 #include "AppController.h"
 
 #include "ExceptionGuard.h"
+#include "discovery/CheckReport.h"
+#include "discovery/CheckVerdict.h"
 #include "discovery/ScanSupport.h"
 #include "platform/foundation/Foundation.h"
 #include "platform/plist/PropertyList.h"
@@ -56,12 +58,23 @@ std::optional<QStringList> AppController::VLAppsInFolder(const QString& folder, 
         if (!names)
             return std::nullopt;
         QStringList bundles;
+        // Tells the report why the scan passes over an entry, when there is one.
+        auto passOver = [&](const QString& entry, const char* problem) {
+            if (checkReport)
+                checkReport->recordScanDecision(entry, discovery::why::notVendorBundle(QString::fromUtf8(problem)));
+        };
         for (const QString& name : *names) {
             if (updateCancelled)
                 return std::nullopt;
             const QString entry = joinPath(folder, name);
-            if (isFileBlacklisted(entry) || !isExistingFolder(entry))
+            if (isFileBlacklisted(entry)) {
+                passOver(entry, "the scan passes over entries with this name (its name filter)");
                 continue;
+            }
+            if (!isExistingFolder(entry)) {
+                passOver(entry, "it is not a folder, so not a bundle");
+                continue;
+            }
             if (isDescendable(entry)) {
                 std::optional<QStringList> subGroups = QStringList();
                 if (const std::optional<QStringList> found = VLAppsInFolder(entry, &subGroups))
@@ -71,8 +84,11 @@ std::optional<QStringList> AppController::VLAppsInFolder(const QString& folder, 
                 continue;
             }
             const std::optional<QString> descriptor = discovery::scan::descriptorPath(entry);
-            if (!descriptor)
+            if (!descriptor) {
+                passOver(entry, "it has no update descriptor (Contents/Resources/VLUpdates.plist or "
+                                "Contents/VLUpdates.plist)");
                 continue;
+            }
             if (bundleIDs) {
                 const QVariant group = discovery::scan::readDescriptor(*descriptor).value(QStringLiteral("VLGroupID"));
                 if (group.isValid())

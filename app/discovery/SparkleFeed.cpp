@@ -96,7 +96,7 @@ SparkleFeed parseSparkleFeed(const QByteArray& bytes)
 
 EnclosureVerdict applyEnclosure(const QList<XmlAttribute>& attributes, qint64 installedVersion,
                                 const QString& installedVersionString, const QString& systemVersion,
-                                QVariantMap& record)
+                                QVariantMap& record, EnclosureFacts* facts)
 {
     for (const XmlAttribute& a : attributes) {
         if (a.name == QLatin1String("sparkle:version")) {
@@ -104,6 +104,8 @@ EnclosureVerdict applyEnclosure(const QList<XmlAttribute>& attributes, qint64 in
             VLLog::fastAppendLog(QStringLiteral("Found version %i"), version);
             if (version <= installedVersion) {
                 VLLog::fastAppendLog(QStringLiteral("Software is up to date."));
+                if (facts)
+                    facts->feedVersion = version;
                 return EnclosureVerdict::UpToDate;
             }
             VLLog::fastAppendLog(QStringLiteral("Update available."));
@@ -125,6 +127,8 @@ EnclosureVerdict applyEnclosure(const QList<XmlAttribute>& attributes, qint64 in
         } else if (a.name == QLatin1String("minOS")) {
             if (minOSBlocks(a.value, systemVersion)) {
                 VLLog::fastAppendLog(QStringLiteral("Update requires macOS %@"), a.value);
+                if (facts)
+                    facts->requiredOS = a.value;
                 return EnclosureVerdict::NeedsNewerOS;
             }
         } else if (a.name == QLatin1String("checksum")) {

@@ -41,14 +41,22 @@ struct SparkleFeed {
 
 enum class EnclosureVerdict { Update, UpToDate, NeedsNewerOS };
 
+// The values behind a verdict that is not Update.
+struct EnclosureFacts {
+    qint64 feedVersion = 0;  // UpToDate: the build the feed offers
+    QString requiredOS;      // NeedsNewerOS: the blocking minOS
+};
+
 // Walks the enclosure attributes in order, filling `record` (newVersion, oldVersion,
 // oldVersionString, newVersionString, url, size, manualOnly, serverChecksum, and edSignature
 // from a non-empty sparkle:edSignature, so a feed without one gives the same record). The walk
 // stops at a version that is not newer (UpToDate) or a blocking minOS (NeedsNewerOS);
-// attributes read before that point have no effect on the verdict.
+// attributes read before that point have no effect on the verdict. `facts`, when given,
+// receives the value that decided.
 [[nodiscard]] EnclosureVerdict applyEnclosure(const QList<XmlAttribute>& attributes, qint64 installedVersion,
                                               const QString& installedVersionString,
-                                              const QString& systemVersion, QVariantMap& record);
+                                              const QString& systemVersion, QVariantMap& record,
+                                              EnclosureFacts* facts = nullptr);
 
 // title -> "title", link -> "pageurl", description -> "changelist"; a later node of the same
 // name overwrites an earlier one.

@@ -1,23 +1,35 @@
 // Modes "-list" and "-autocheck": a full check without a window. -list prints the records
-// as the description text of {"updates": [...]} (no newline added) and exits 0;
-// -autocheck continues as the windowed application when something was found and neither
-// vendor network client is running.
+// as the description text of {"updates": [...]} (no newline added), or with "-format json"
+// as the JSON object {"updates": [...]}, and exits 0; -autocheck continues as the windowed
+// application when something was found and neither vendor network client is running.
 
 #include "lifecycle/RunModes.h"
 
 #include "AppController.h"
+#include "discovery/CheckReport.h"
+#include "discovery/CheckVerdict.h"
+#include "platform/plist/PlistJson.h"
 #include "platform/plist/PropertyList.h"
+#include "platform/system/Bundle.h"
+
+#include <QJsonObject>
 
 #include <cstdio>
 
 namespace runmodes {
 
-namespace {
-
 QVariantList collectUpdates(AppController& controller, const QStringList& arguments)
 {
     QVariantList updates;
-    if (const std::optional<UpdateRecord> self = controller.checkForUpdatesToSelf()) {
+    discovery::CheckVerdict selfVerdict;
+    const std::optional<UpdateRecord> self = controller.checkForUpdatesToSelf(&selfVerdict);
+    if (controller.checkReport)
+        controller.checkReport->recordSelfCheck(sys::Bundle::mainBundle().bundlePath(),
+                                                QStringLiteral("com.velmora.SoftwareUpdate"), selfVerdict, self);
+    if (self) {
+        // The updater's own update is offered alone: nothing else is checked.
+        if (controller.checkReport)
+            controller.checkReport->setSelfUpdatePending();
         updates.append(*self);
         return updates;
     }
@@ -28,17 +40,19 @@ QVariantList collectUpdates(AppController& controller, const QStringList& argume
     return updates;
 }
 
-} // namespace
-
 int runListOrAutocheck(const QStringList& arguments)
 {
     std::unique_ptr<AppController> controller = AppController::initWithoutGUI();
     const QVariantList updates = collectUpdates(*controller, arguments);
 
     if (arguments.contains(QStringLiteral("-list"))) {
-        const QByteArray text = plist::description(QVariantMap{{QStringLiteral("updates"), updates}}).toUtf8();
-        std::printf("%s", text.constData());
-        std::fflush(stdout);
+        if (outputFormat(arguments) == OutputFormat::Json) {
+            printJson(QJsonObject{{QStringLiteral("updates"), plist::toJsonValue(updates)}});
+        } else {
+            const QByteArray text = plist::description(QVariantMap{{QStringLiteral("updates"), updates}}).toUtf8();
+            std::printf("%s", text.constData());
+            std::fflush(stdout);
+        }
         controller.reset();
         return 0;
     }

@@ -41,6 +41,10 @@ int run(int argc, char** argv)
         QCoreApplication app(argc, argv);
         return runInstall(arguments);
     }
+    if (arguments.contains(QStringLiteral("-explain"))) {
+        QCoreApplication app(argc, argv);
+        return runExplain(arguments);
+    }
     return runWindowedApplication(argc, argv);
 }
 

@@ -1,15 +1,21 @@
 #pragma once
 // The entry point's run modes. The mode is chosen before any window exists, in a fixed
 // order of precedence: the "checkpath" default (normally "-checkpath P" on the command
-// line), then "-list" / "-autocheck", then "-install", else the windowed application.
+// line), then "-list" / "-autocheck", then "-install", then "-explain", else the windowed
+// application. "-explain" comes last among the switches so that every command line that
+// meant something before it existed still means the same ("-list -explain" lists).
 // The windowless modes run synchronously on the main thread of a QCoreApplication and end
 // with exit status 0 or 1.
 
+#include <QJsonObject>
 #include <QString>
 #include <QStringList>
+#include <QVariantList>
 #include <QVariantMap>
 
 #include <optional>
+
+class AppController;
 
 namespace runmodes {
 
@@ -18,7 +24,23 @@ int run(int argc, char** argv);
 int runCheckpath(const QString& checkPath);
 int runListOrAutocheck(const QStringList& arguments);
 int runInstall(const QStringList& arguments);
+// "-explain [<path or bundle ID>]": the check of -list, then why each application is or is
+// not offered. Exit 0 when the report was printed.
+int runExplain(const QStringList& arguments);
 int runWindowedApplication(int argc, char** argv);
+
+// The check of -list, -autocheck and -explain: the updater's own update alone when there is
+// one, else the full check with the forced identifiers. With a report on the controller,
+// the self check's verdict goes there too.
+QVariantList collectUpdates(AppController& controller, const QStringList& arguments);
+
+// What "-format" asks of -list and -explain: "-format json" gives JSON; no "-format" gives
+// the usual text. Any other value (or none after it) also gives the usual text, after a
+// note on standard error, so that a command line that worked before still prints the same.
+enum class OutputFormat { Text, Json };
+OutputFormat outputFormat(const QStringList& arguments);
+// Prints `root` as indented JSON (UTF-8) with a final newline on standard output.
+void printJson(const QJsonObject& root);
 
 // The Sparkle feed of the application at `appPath` for "-install sparkle": the SUFeedURL of
 // its Info dictionary `info`, else that of Contents/Resources/VLUpdates.plist, else that of

@@ -1,7 +1,9 @@
 // The full check: one group check per group, duplicates and skipped identifiers dropped,
-// forced identifiers, the list helpers, and the process test.
+// forced identifiers, the verdicts the scan and the driver give each bundle, the list
+// helpers, and the process test.
 
 #include "DiscoveryFixture.h"
+#include "discovery/CheckReport.h"
 
 #include <QProcess>
 
@@ -59,6 +61,71 @@ TEST_F(Driver, GroupsAreCheckedOnceAndDuplicatesAndSkippedAppsDropped)
 
     controller_->checkForUpdates(std::nullopt);
     EXPECT_EQ(requestsFor(QStringLiteral("/rss/appcasts/suite.xml")), 1);
+    QStringList titles;
+    for (const UpdateRecord& r : controller_->dataArray)
+        titles << r.value(record::kTitle).toString();
+    titles.sort();
+    EXPECT_EQ(titles, (QStringList{QStringLiteral("Same Title"), QStringLiteral("suite 4")}));
+}
+
+TEST_F(Driver, EveryBundleTheCheckLookedAtGetsTheVerdictOfTheRuleThatDecided)
+{
+    using discovery::CheckOutcome;
+    groupMember(QStringLiteral("Alpha"), QStringLiteral("suite"));
+    groupMember(QStringLiteral("Beta"), QStringLiteral("suite"));
+    sparkleApp(QStringLiteral("First"), "Same Title");
+    sparkleApp(QStringLiteral("Second"), "Same Title");
+    sparkleApp(QStringLiteral("Solo"), "Solo 9"); // the group feed lists it as stand-alone
+    makeBundle(apps_ + QStringLiteral("/Foreign.app"), QStringLiteral("com.example.Foreign"), QStringLiteral("1"),
+               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("suite")}});
+    makeBundle(apps_ + QStringLiteral("/Sourceless.app"), QStringLiteral("com.velmora.Sourceless"), QStringLiteral("1"),
+               QVariantMap{{QStringLiteral("VLGroupVersion"), 1}});
+    makeBundle(apps_ + QStringLiteral("/Plain.app"), QStringLiteral("com.velmora.Plain"), QStringLiteral("1"), std::nullopt);
+    makeBundle(apps_ + QStringLiteral("/Adobe Tool.app"), QStringLiteral("com.velmora.Adobe"), QStringLiteral("1"),
+               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("suite")}});
+
+    discovery::CheckReport report;
+    controller_->checkReport = &report;
+    controller_->checkForUpdates(std::nullopt);
+    controller_->checkReport = nullptr;
+
+    QMap<QString, discovery::CheckedBundle> byName;
+    for (const discovery::CheckedBundle& b : report.bundles())
+        byName.insert(QFileInfo(b.path).completeBaseName(), b);
+    auto outcomes = [&](const QStringList& names) {
+        QList<int> found;
+        for (const QString& name : names)
+            found << int(byName.value(name).verdict.outcome);
+        std::sort(found.begin(), found.end());
+        return found;
+    };
+    auto sorted = [](QList<CheckOutcome> list) {
+        QList<int> ints;
+        for (CheckOutcome o : list)
+            ints << int(o);
+        std::sort(ints.begin(), ints.end());
+        return ints;
+    };
+    // One member of the group offers its update; the other finds it listed (which one wins
+    // the list's lock first is up to the queue). The same holds for two equal titles.
+    EXPECT_EQ(outcomes({QStringLiteral("Alpha"), QStringLiteral("Beta")}),
+              sorted({CheckOutcome::Offered, CheckOutcome::CheckedAlready}));
+    EXPECT_EQ(outcomes({QStringLiteral("First"), QStringLiteral("Second")}),
+              sorted({CheckOutcome::Offered, CheckOutcome::Duplicate}));
+    // Whether its own check ran before the group's or its record was dropped afterwards, the
+    // stand-alone application names the group that covers it.
+    EXPECT_EQ(int(byName.value(QStringLiteral("Solo")).verdict.outcome), int(CheckOutcome::CoveredByGroup));
+    EXPECT_EQ(byName.value(QStringLiteral("Solo")).verdict.facts.value(QStringLiteral("group")), QVariant(QStringLiteral("suite")));
+    EXPECT_EQ(int(byName.value(QStringLiteral("Foreign")).verdict.outcome), int(CheckOutcome::NotVendorBundle));
+    EXPECT_FALSE(byName.value(QStringLiteral("Foreign")).decidedByScan);
+    EXPECT_EQ(int(byName.value(QStringLiteral("Sourceless")).verdict.outcome), int(CheckOutcome::NotChecked));
+    // The scan passes over a bundle without descriptor and a name its filter skips.
+    for (const QString& name : {QStringLiteral("Plain"), QStringLiteral("Adobe Tool")}) {
+        EXPECT_TRUE(byName.value(name).decidedByScan) << name.toStdString();
+        EXPECT_EQ(int(byName.value(name).verdict.outcome), int(CheckOutcome::NotVendorBundle)) << name.toStdString();
+    }
+    EXPECT_EQ(report.scannedFolders().value(0), apps_);
+    // The report changes nothing in the list.
     QStringList titles;
     for (const UpdateRecord& r : controller_->dataArray)
         titles << r.value(record::kTitle).toString();

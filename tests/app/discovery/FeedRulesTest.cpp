@@ -164,32 +164,43 @@ TEST_F(FeedRules, FeedValuesOfTheWrongTypeRaiseThePlatformException)
 
 TEST_F(FeedRules, SelfReleaseRecord)
 {
+    using discovery::SelfVerdict;
     const discovery::SelfRequest own{QStringLiteral("120"), QStringLiteral("1.2"), QStringLiteral("com.velmora.SoftwareUpdate")};
-    EXPECT_FALSE(discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m")), std::nullopt, own, system_));
+    const auto current = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m")), std::nullopt, own, system_);
+    EXPECT_EQ(current.verdict, SelfVerdict::NotNewer);
+    EXPECT_EQ(current.newestVersion, 120);
+    EXPECT_TRUE(current.record.isEmpty());
 
     const QString sig = QStringLiteral("edSignature");
-    const auto rec = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m"), {{sig, QStringLiteral("m-sig")}}),
+    const auto out = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m"), {{sig, QStringLiteral("m-sig")}}),
                                                     release(qlonglong(125), QStringLiteral("b"), {{sig, QStringLiteral("b-sig")}}),
                                                     own, system_);
-    ASSERT_TRUE(rec);
-    EXPECT_EQ(rec->value(record::kNewVersion).toLongLong(), 125);
-    EXPECT_EQ(rec->value(record::kTitle).toString(), QStringLiteral("Velmora Software Update b-string"));
-    EXPECT_EQ(rec->value(record::kOldVersion), QVariant(QStringLiteral("120")));
-    EXPECT_EQ(rec->value(record::kGroupId), QVariant(own.bundleID));
-    EXPECT_EQ(rec->value(record::kType), QVariant(record::kTypeSelf));
-    EXPECT_FALSE(rec->contains(record::kPageUrl));
-    EXPECT_FALSE(rec->contains(record::kServerChecksum));
-    EXPECT_EQ(rec->value(record::kEdSignature), QVariant(QStringLiteral("b-sig"))) << "the chosen release's signature";
+    ASSERT_EQ(out.verdict, SelfVerdict::Update);
+    EXPECT_TRUE(out.betaChosen);
+    const QVariantMap& rec = out.record;
+    EXPECT_EQ(rec.value(record::kNewVersion).toLongLong(), 125);
+    EXPECT_EQ(rec.value(record::kTitle).toString(), QStringLiteral("Velmora Software Update b-string"));
+    EXPECT_EQ(rec.value(record::kOldVersion), QVariant(QStringLiteral("120")));
+    EXPECT_EQ(rec.value(record::kGroupId), QVariant(own.bundleID));
+    EXPECT_EQ(rec.value(record::kType), QVariant(record::kTypeSelf));
+    EXPECT_FALSE(rec.contains(record::kPageUrl));
+    EXPECT_FALSE(rec.contains(record::kServerChecksum));
+    EXPECT_EQ(rec.value(record::kEdSignature), QVariant(QStringLiteral("b-sig"))) << "the chosen release's signature";
 
     const auto manual = discovery::evaluateSelfRelease(
         release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("manualInstallOnly"), QStringLiteral("YES")},
                                                       {QStringLiteral("checksum"), QStringLiteral("c")},
                                                       {QStringLiteral("minOS"), QStringLiteral("11.0")}}),
         std::nullopt, own, system_);
-    ASSERT_TRUE(manual);
-    EXPECT_EQ(manual->value(record::kSelected).toInt(), 0);
-    EXPECT_EQ(manual->value(record::kServerChecksum), QVariant(QStringLiteral("c")));
-    EXPECT_FALSE(manual->contains(record::kEdSignature));
-    EXPECT_FALSE(discovery::evaluateSelfRelease(release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("minOS"), QStringLiteral("13.10.0")}}),
-                                                std::nullopt, own, system_));
+    ASSERT_EQ(manual.verdict, SelfVerdict::Update);
+    EXPECT_FALSE(manual.betaChosen);
+    EXPECT_EQ(manual.record.value(record::kSelected).toInt(), 0);
+    EXPECT_EQ(manual.record.value(record::kServerChecksum), QVariant(QStringLiteral("c")));
+    EXPECT_FALSE(manual.record.contains(record::kEdSignature));
+    const auto blocked = discovery::evaluateSelfRelease(
+        release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("minOS"), QStringLiteral("13.10.0")}}), std::nullopt,
+        own, system_);
+    EXPECT_EQ(blocked.verdict, SelfVerdict::NeedsNewerOS);
+    EXPECT_EQ(blocked.requiredOS, QStringLiteral("13.10.0"));
+    EXPECT_TRUE(blocked.record.isEmpty());
 }
