@@ -2,6 +2,7 @@
 // replaces the bundle, detaches the image and relaunches; killed half-way it leaves the old
 // bundle in place and working, and a later run finishes the job; a refused command line or
 // a failed replacement touches nothing.
+#include "support/ChildProcess.h"
 #include "support/QtPrinters.h"
 #include "support/Sandbox.h"
 
@@ -11,7 +12,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QThread>
 
@@ -52,12 +52,12 @@ protected:
         return args;
     }
 
-    std::unique_ptr<QProcess> startHelper(bool silent) const
+    std::unique_ptr<vltest::ChildProcess> startHelper(bool silent) const
     {
-        auto p = std::make_unique<QProcess>();
-        p->setProcessEnvironment(sb_.environment());
-        p->start(Sandbox::helperExecutable(), helperArgs(silent));
-        return p->waitForStarted() ? std::move(p) : nullptr;
+        auto p = std::make_unique<vltest::ChildProcess>();
+        vltest::ChildOptions options;
+        options.environment = sb_.environment().toStringList();
+        return p->start(Sandbox::helperExecutable(), helperArgs(silent), options) ? std::move(p) : nullptr;
     }
 
     QString infoVersion() const
@@ -75,9 +75,7 @@ protected:
     // The installed updater still starts and ends normally.
     bool destinationRuns() const
     {
-        QProcess p;
-        p.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("0")});
-        return p.waitForFinished(10000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+        return vltest::runToSuccess(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("0")}, 10000);
     }
 
     Sandbox sb_;
@@ -86,10 +84,9 @@ protected:
 
 TEST_F(HelperEndToEnd, WaitsForTheUpdaterThenReplacesDetachesAndRelaunches)
 {
-    QProcess updater;
-    updater.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("300")});
-    ASSERT_TRUE(updater.waitForStarted());
-    std::unique_ptr<QProcess> helper = startHelper(false);
+    vltest::ChildProcess updater;
+    ASSERT_TRUE(updater.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("300")}));
+    std::unique_ptr<vltest::ChildProcess> helper = startHelper(false);
     ASSERT_TRUE(helper);
     // While the updater runs nothing is replaced.
     EXPECT_FALSE(helper->waitForFinished(1500));
@@ -98,7 +95,7 @@ TEST_F(HelperEndToEnd, WaitsForTheUpdaterThenReplacesDetachesAndRelaunches)
     ASSERT_TRUE(updater.waitForFinished(5000));
 
     ASSERT_TRUE(helper->waitForFinished(20000));
-    EXPECT_EQ(helper->exitCode(), 0) << helper->readAllStandardError().toStdString();
+    EXPECT_EQ(helper->exitCode(), 0) << helper->standardError().toStdString();
     EXPECT_EQ(infoVersion(), QStringLiteral("200"));
     EXPECT_EQ(leftovers(), QStringList());
     EXPECT_EQ(sb_.toolCalls(QStringLiteral("hdiutil")), (QList<QStringList>{{"hdiutil", "detach", volume_, "-force"}}));
@@ -144,7 +141,7 @@ TEST_F(HelperEndToEnd, KilledHalfWayTheOldBundleStillRuns)
         big.write(block);
     big.close();
 
-    std::unique_ptr<QProcess> helper = startHelper(true);
+    std::unique_ptr<vltest::ChildProcess> helper = startHelper(true);
     ASSERT_TRUE(helper);
     QElapsedTimer waited;
     waited.start();

@@ -1,4 +1,5 @@
 #include "shared/VLTaskNotification.h"
+#include "support/ChildProcess.h"
 #include "support/NotificationListener.h"
 
 #include <QCoreApplication>
@@ -7,7 +8,6 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -139,26 +139,23 @@ TEST_F(VLTaskNotificationTest, AStuckClientDelaysButNeverHangsThePost)
 
 TEST_F(VLTaskNotificationTest, TheShellListenerReceivesWhatTheUpdaterPosts)
 {
-    QProcess listener;
-    listener.start(QStringLiteral("/usr/bin/python3"),
-                   {QStringLiteral(VELMORA_SOURCE_DIR "/scripts/notification-listener.py"),
-                    QStringLiteral("--implements"), QStringLiteral("postErrorString: postFinishedTask")});
-    ASSERT_TRUE(listener.waitForReadyRead(10000));
-    EXPECT_EQ(listener.readLine().trimmed(), "listening " + socketPath(QStringLiteral("VLTesselCallback")).toUtf8());
+    vltest::ChildProcess listener;
+    ASSERT_TRUE(listener.start(QStringLiteral("/usr/bin/python3"),
+                               {QStringLiteral(VELMORA_SOURCE_DIR "/scripts/notification-listener.py"),
+                                QStringLiteral("--implements"), QStringLiteral("postErrorString: postFinishedTask")}));
+    EXPECT_EQ(listener.readLine(10000).value_or("").trimmed(),
+              "listening " + socketPath(QStringLiteral("VLTesselCallback")).toUtf8());
     VLTaskNotification::postTaskErrorString(QStringLiteral("t\u00e9xt"));
     VLTaskNotification::postIncrementProgress();
     VLTaskNotification::postTaskFinished();
-    QByteArray printed;
-    while (printed.count('\n') < 2 && listener.waitForReadyRead(5000))
-        printed += listener.readAll();
+    const std::optional<QByteArray> first = listener.readLine(5000);
+    const std::optional<QByteArray> second = listener.readLine(5000);
     listener.kill();
-    listener.waitForFinished();
-    const QList<QByteArray> lines = printed.trimmed().split('\n');
-    ASSERT_EQ(lines.size(), 2) << printed.toStdString();
-    const QJsonObject first = QJsonDocument::fromJson(lines[0]).object();
-    EXPECT_EQ(first.value(QStringLiteral("message")).toString(), QStringLiteral("postErrorString:"));
-    EXPECT_EQ(first.value(QStringLiteral("arguments")).toArray(), QJsonArray{QStringLiteral("t\u00e9xt")});
-    EXPECT_EQ(QJsonDocument::fromJson(lines[1]).object().value(QStringLiteral("message")).toString(),
+    ASSERT_TRUE(first && second) << listener.standardOutput().toStdString();
+    const QJsonObject error = QJsonDocument::fromJson(*first).object();
+    EXPECT_EQ(error.value(QStringLiteral("message")).toString(), QStringLiteral("postErrorString:"));
+    EXPECT_EQ(error.value(QStringLiteral("arguments")).toArray(), QJsonArray{QStringLiteral("t\u00e9xt")});
+    EXPECT_EQ(QJsonDocument::fromJson(*second).object().value(QStringLiteral("message")).toString(),
               QStringLiteral("postFinishedTask"));
 }
 
