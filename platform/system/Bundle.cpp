@@ -3,23 +3,12 @@
 #include "platform/system/Bundle.h"
 
 #include "platform/plist/PropertyList.h"
+#include "platform/system/ProcessList.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
 namespace sys {
-
-namespace {
-
-QString currentExecutablePath()
-{
-    if (QCoreApplication::instance())
-        return QCoreApplication::applicationFilePath();
-    return QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget();
-}
-
-} // namespace
 
 Bundle::Bundle(QString path, QVariantMap info, bool hasInfo)
     : path_(std::move(path)), info_(std::move(info)), hasInfo_(hasInfo)
