@@ -85,9 +85,10 @@ public:
     // The file lines go to (local domain for user id 0, see above).
     static QString currentLogPath();
 
-    // Test-only. resetForTesting() gives the shared instance a fresh state (name, flags,
-    // counters, a new writer) as if the process had just started; it must not race with
-    // other callers. setWriterPausedForTesting() holds the writer so a queue can build up.
+    // Test-only. resetForTesting() drains the writer (giving it a thread again after
+    // willTerminate) and gives the shared instance a fresh state (name, file, flags,
+    // counters) as if the process had just started; other threads may go on logging
+    // meanwhile. setWriterPausedForTesting() holds the writer so a queue can build up.
     static void resetForTesting();
     static void setWriterPausedForTesting(bool paused);
 

@@ -8,9 +8,9 @@
 #include "platform/foundation/Foundation.h"
 #include "platform/plist/PropertyList.h"
 #include "platform/system/Bundle.h"
+#include "platform/system/ProcessList.h"
 #include "platform/system/SystemEnvironment.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -27,12 +27,13 @@ namespace {
 const QString kLogSubfolder = QStringLiteral("/Logs/Velmora");
 
 // The running executable: the main bundle's, or (a bare tool has no CFBundleExecutable) the
-// process's own file, as the platform's bundle object reports it for tools.
+// process's own file, as the platform's bundle object reports it for tools. Never asks the
+// application object: the writer calls this, and may still be writing while it goes.
 QString executablePath()
 {
     if (const auto path = sys::Bundle::mainBundle().executablePath(); path && !path->isEmpty())
         return *path;
-    return QCoreApplication::instance() ? QCoreApplication::applicationFilePath() : QString();
+    return sys::currentExecutablePath();
 }
 
 QString generationPath(const QString& folder, const QString& name, int generation)

@@ -210,6 +210,26 @@ TEST(VLLogWriting, TerminationWritesTenPendingLinesAndDropsEleven)
     }
 }
 
+TEST(VLLogWriting, LinesQueuedBeforeANewLogStayInTheOldFile)
+{
+    LogFixture log;
+    VLLog::finishWriting();
+    VLLog::setWriterPausedForTesting(true);
+    VLLog::fastAppendLog(QStringLiteral("queued before the new log"));
+    // The new log is asked for while that line still waits for the writer.
+    std::thread starter([] { VLLog::createNewLog(QString(), true); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    VLLog::setWriterPausedForTesting(false);
+    starter.join();
+    const QString current = LogFixture::logText();
+    EXPECT_TRUE(current.contains(QStringLiteral("Log started: ")));
+    EXPECT_FALSE(current.contains(QStringLiteral("queued before the new log"))) << qPrintable(current);
+    // Root's current file is not part of the rotation; elsewhere the old file is generation 2.
+    if (VLLog::currentLogPath() == generation(1)) {
+        EXPECT_TRUE(readText(generation(2)).contains("queued before the new log"));
+    }
+}
+
 TEST(VLLogWriting, ShortLinesFromWorkersWaitForTheDisk)
 {
     struct Case {
