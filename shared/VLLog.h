@@ -15,6 +15,10 @@
 // local-domain Library/Logs/Velmora while folder creation, rotation and availableLogs keep
 // to the user domain; this asymmetry is deliberate.
 //
+// Rotation (a new log when the current file exists): generation 5 is deleted when it is a
+// file, then 4, 3, 2, 1 each move up one place. A move never replaces what is already there:
+// the first that fails prints "Unable to move file <from> to <to>." and no new file is started.
+//
 // Switch: "disable-logging" in com.velmora.global.plist (the user's Preferences folder) set
 // to the string "1" or a number equal to true turns logging off for the rest of the process.
 //

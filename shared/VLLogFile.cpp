@@ -17,9 +17,11 @@
 #include <QSaveFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -75,6 +77,27 @@ void writeAll(int fd, const QByteArray& bytes)
     }
 }
 
+// Something (a dangling link included) sits at the path.
+bool isPresent(const QString& path)
+{
+    struct stat info {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+// Moves `from` to `to` only when nothing is at `to`: as the platform's move, it never replaces
+// what is there, so a rotation that cannot go on loses no generation.
+bool moveWithoutReplacing(const QString& from, const QString& to)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    // A file system without the flag: look first (the folder is the user's own).
+    return !isPresent(to) && ::rename(source.constData(), target.constData()) == 0;
+}
+
 double physicalMemoryGigabytes()
 {
     const double bytes = double(::sysconf(_SC_PHYS_PAGES)) * double(::sysconf(_SC_PAGESIZE));
@@ -122,15 +145,17 @@ QStringList VLLog::availableLogs()
 
 bool VLLog::rotateGenerations(const QString& folder, const QString& name)
 {
-    const QString oldest = generationPath(folder, name, vllog::kGenerations);
-    if (QFileInfo::exists(oldest))
-        QFile::remove(oldest);
+    // Only a file (or link) is deleted: a folder at the fifth place was not written by the
+    // log and is left alone; the move onto it then fails below.
+    const QByteArray oldest = QFile::encodeName(generationPath(folder, name, vllog::kGenerations));
+    if (struct stat info {}; ::lstat(oldest.constData(), &info) == 0 && !S_ISDIR(info.st_mode))
+        ::unlink(oldest.constData());
     for (int generation = vllog::kGenerations - 1; generation >= 1; --generation) {
         const QString from = generationPath(folder, name, generation);
         const QString to = generationPath(folder, name, generation + 1);
-        if (!QFileInfo::exists(from))
+        if (!isPresent(from))
             continue;
-        if (::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) != 0) {
+        if (!moveWithoutReplacing(from, to)) {
             if (!d_->noPrinting)
                 vllog::printToStandardOutput(QStringLiteral("Unable to move file %1 to %2.\n").arg(from, to));
             return false;

@@ -135,6 +135,28 @@ TEST(VLLogFiles, NewLogRotatesFiveGenerations)
     EXPECT_FALSE(readText(VLLog::currentLogPath()).contains("current"));
 }
 
+TEST(VLLogFiles, RotationThatCannotMoveAGenerationStopsWithoutReplacingOne)
+{
+    LogFixture log(false);
+    for (int n = 1; n <= 3; ++n)
+        writeText(generation(n), QByteArray("g") + QByteArray::number(n));
+    // Generation 5 is a folder (not a log file, so it is not deleted) and generation 4 a folder
+    // holding a file: moving 4 onto 5 must fail rather than replace 5.
+    ASSERT_TRUE(QDir().mkpath(generation(5)));
+    writeText(generation(4) + QStringLiteral("/kept.txt"), "kept");
+    if (VLLog::currentLogPath() != generation(1))
+        writeText(VLLog::currentLogPath(), "current");
+    const QByteArray printed = vltest::captureStdout([] { VLLog::createNewLog(); });
+    EXPECT_EQ(printed, QStringLiteral("Unable to move file %1 to %2.\n").arg(generation(4), generation(5)).toUtf8());
+    EXPECT_TRUE(QDir(generation(5)).isEmpty());
+    EXPECT_EQ(readText(generation(4) + QStringLiteral("/kept.txt")), QByteArray("kept"));
+    for (int n = 1; n <= 3; ++n)
+        EXPECT_EQ(readText(generation(n)), QByteArray("g") + QByteArray::number(n)) << n;
+    if (VLLog::currentLogPath() != generation(1)) {
+        EXPECT_EQ(readText(VLLog::currentLogPath()), QByteArray("current")) << "no new log was started";
+    }
+}
+
 TEST(VLLogFiles, AvailableLogsListsExistingGenerationsInOrder)
 {
     LogFixture log(false);
