@@ -360,11 +360,10 @@ TEST_F(SparkleInstallEndToEnd, AHangingImageToolIsStoppedAfterTenSeconds)
 {
     publish({{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}});
     sb_.setEnv(QStringLiteral("FAKE_HDIUTIL_SLEEP"), QStringLiteral("60"));
-    QElapsedTimer took;
-    took.start();
     const RunResult r = install();
-    EXPECT_LT(took.elapsed(), 40000);
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_TRUE(r.out().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(sb_.sysPath(QStringLiteral("/usr/bin/hdiutil")))))
+        << r.describe().toStdString();
     EXPECT_TRUE(errorsPosted().contains(QStringLiteral("Unable to install Tessel 2.0. Cannot mount disk image.")));
     EXPECT_EQ(readAll(installed_ + QStringLiteral("/Contents/Info.plist")), oldInfo_);
 }
