@@ -42,6 +42,8 @@ public:
 
     static VLLog& sharedController();
 
+    // Runs on the writer after the lines queued before the call (so they still go to the
+    // old file) and returns when the new file has been started or has failed.
     static void createNewLog();
     static void createNewLog(const QString& name);
     static void createNewLog(const QString& name, bool noPrinting);
