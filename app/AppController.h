@@ -11,13 +11,13 @@
 // (the command-line modes). Threads: see each section; interface requests always go
 // through `ui` on the main thread. Copy is deleted.
 
+#include "platform/system/WorkerPool.h"
 #include "ui/UserInterface.h"
 
 #include <QDateTime>
 #include <QObject>
 #include <QString>
 #include <QStringList>
-#include <QThreadPool>
 #include <QVariant>
 #include <QVariantMap>
 
@@ -143,7 +143,7 @@ public:
     std::atomic<bool> updateCancelled{false};
     bool logReset = false;
     QString downloadPath;
-    QThreadPool updateQueue;                  // at most 4 checks at once
+    sys::WorkerPool updateQueue;              // at most 4 checks at once
     std::atomic<bool> downloadFinished{false};
     std::atomic<bool> downloadError{false};
     std::unique_ptr<Download> downloader;     // main thread (or the -install download thread)

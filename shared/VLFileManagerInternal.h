@@ -3,9 +3,9 @@
 // Every function here is safe on any thread.
 
 #include "platform/foundation/Format.h"
+#include "platform/system/WorkerPool.h"
 
 #include <QString>
-#include <QThreadPool>
 
 #include <functional>
 
@@ -47,8 +47,7 @@ bool waitForState(const std::function<bool()>& reached, int seconds);
 // still queued, so a delegate never outlives the operation that was handed it.
 class DelegateQueue {
 public:
-    DelegateQueue() { pool_.setMaxThreadCount(1); }
-    ~DelegateQueue() { pool_.waitForDone(); }
+    DelegateQueue() = default;
     DelegateQueue(const DelegateQueue&) = delete;
     DelegateQueue& operator=(const DelegateQueue&) = delete;
 
@@ -56,7 +55,7 @@ public:
     void drain() { pool_.waitForDone(); }
 
 private:
-    QThreadPool pool_;
+    sys::WorkerPool pool_{1}; // its destructor waits for what is still queued
 };
 
 } // namespace vlfm

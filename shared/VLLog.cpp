@@ -75,7 +75,6 @@ void printToStandardOutput(const QString& text)
 VLLog::VLLog()
     : d_(std::make_unique<Impl>())
 {
-    d_->writer = std::make_unique<VLLogWriter>([this](const QString& text) { appendLogOnThread(text); });
 }
 
 VLLog::~VLLog() = default;
@@ -105,7 +104,9 @@ void VLLog::createNewLog(const QString& name)
 
 void VLLog::createNewLog(const QString& name, bool noPrinting)
 {
-    sharedController().createNewLogImpl(name, noPrinting);
+    // On the writer, in queue order: lines queued before this call still go to the old file.
+    VLLog& log = sharedController();
+    log.d_->writer.runAndWait([&] { log.createNewLogImpl(name, noPrinting); });
 }
 
 QString VLLog::escapeTextForLogging(const QString& text)
@@ -128,7 +129,7 @@ void VLLog::appendTextToLog(const QString& text)
     if (trimmed.isEmpty())
         return;
     d_->bytesInQueue += static_cast<quint64>(trimmed.size());
-    d_->writer->enqueue(trimmed);
+    d_->writer.enqueue([this, trimmed] { appendLogOnThread(trimmed); });
 }
 
 void VLLog::fastAppendLogWithArgs(const QString& format, const QList<fnd::FormatArg>& args)
@@ -176,7 +177,7 @@ void VLLog::appendLogAndPrintWithArgs(const QString& format, const QList<fnd::Fo
 
 void VLLog::finishWriting()
 {
-    VLLogWriter& writer = *sharedController().d_->writer;
+    VLLogWriter& writer = sharedController().d_->writer;
     // The writer itself (roll-over) drains inline and must not queue behind a caller that
     // is waiting for it.
     if (writer.isWriterThread()) {
@@ -190,7 +191,7 @@ void VLLog::finishWriting()
 void VLLog::willTerminate()
 {
     VLLog& log = sharedController();
-    VLLogWriter& writer = *log.d_->writer;
+    VLLogWriter& writer = log.d_->writer;
     if (writer.pendingCount() <= vllog::kMaxPendingAtExit) {
         // A writer held by a test must be let go, or the drain would wait for ever.
         writer.setPausedForTesting(false);
@@ -215,8 +216,11 @@ void VLLog::printError(const QString& text) const
 
 void VLLog::resetForTesting()
 {
+    // The writer is kept (callers on other threads may be logging): it is only let go, drained
+    // and, after willTerminate(), given a thread again.
     VLLog& log = sharedController();
-    log.d_->writer->stop();
+    log.d_->writer.restartForTesting();
+    finishWriting();
     {
         std::lock_guard lock(log.d_->fileMutex);
         if (log.d_->fd >= 0)
@@ -224,14 +228,15 @@ void VLLog::resetForTesting()
         log.d_->fd = -1;
         log.d_->appName.clear();
         log.d_->bytesWritten = 0;
+        log.d_->rollingOver = false;
     }
+    // Lines discarded at termination never gave their characters back.
     log.d_->bytesInQueue = 0;
     log.d_->loggingDisabled = false;
     log.d_->noPrinting = false;
-    log.d_->writer = std::make_unique<VLLogWriter>([&log](const QString& text) { log.appendLogOnThread(text); });
 }
 
 void VLLog::setWriterPausedForTesting(bool paused)
 {
-    sharedController().d_->writer->setPausedForTesting(paused);
+    sharedController().d_->writer.setPausedForTesting(paused);
 }

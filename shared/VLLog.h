@@ -15,6 +15,10 @@
 // local-domain Library/Logs/Velmora while folder creation, rotation and availableLogs keep
 // to the user domain; this asymmetry is deliberate.
 //
+// Rotation (a new log when the current file exists): generation 5 is deleted when it is a
+// file, then 4, 3, 2, 1 each move up one place. A move never replaces what is already there:
+// the first that fails prints "Unable to move file <from> to <to>." and no new file is started.
+//
 // Switch: "disable-logging" in com.velmora.global.plist (the user's Preferences folder) set
 // to the string "1" or a number equal to true turns logging off for the rest of the process.
 //
@@ -38,6 +42,8 @@ public:
 
     static VLLog& sharedController();
 
+    // Runs on the writer after the lines queued before the call (so they still go to the
+    // old file) and returns when the new file has been started or has failed.
     static void createNewLog();
     static void createNewLog(const QString& name);
     static void createNewLog(const QString& name, bool noPrinting);
@@ -85,9 +91,10 @@ public:
     // The file lines go to (local domain for user id 0, see above).
     static QString currentLogPath();
 
-    // Test-only. resetForTesting() gives the shared instance a fresh state (name, flags,
-    // counters, a new writer) as if the process had just started; it must not race with
-    // other callers. setWriterPausedForTesting() holds the writer so a queue can build up.
+    // Test-only. resetForTesting() drains the writer (giving it a thread again after
+    // willTerminate) and gives the shared instance a fresh state (name, file, flags,
+    // counters) as if the process had just started; other threads may go on logging
+    // meanwhile. setWriterPausedForTesting() holds the writer so a queue can build up.
     static void resetForTesting();
     static void setWriterPausedForTesting(bool paused);
 

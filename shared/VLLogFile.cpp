@@ -7,19 +7,21 @@
 
 #include "platform/foundation/Foundation.h"
 #include "platform/system/Bundle.h"
+#include "platform/system/ProcessList.h"
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/UserDefaults.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <stdexcept>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -27,12 +29,13 @@ namespace {
 const QString kLogSubfolder = QStringLiteral("/Logs/Velmora");
 
 // The running executable: the main bundle's, or (a bare tool has no CFBundleExecutable) the
-// process's own file, as the platform's bundle object reports it for tools.
+// process's own file, as the platform's bundle object reports it for tools. Never asks the
+// application object: the writer calls this, and may still be writing while it goes.
 QString executablePath()
 {
     if (const auto path = sys::Bundle::mainBundle().executablePath(); path && !path->isEmpty())
         return *path;
-    return QCoreApplication::instance() ? QCoreApplication::applicationFilePath() : QString();
+    return sys::currentExecutablePath();
 }
 
 QString generationPath(const QString& folder, const QString& name, int generation)
@@ -64,6 +67,27 @@ void writeAll(int fd, const QByteArray& bytes)
             throw std::runtime_error(std::strerror(errno));
         done += n;
     }
+}
+
+// Something (a dangling link included) sits at the path.
+bool isPresent(const QString& path)
+{
+    struct stat info {};
+    return ::lstat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+// Moves `from` to `to` only when nothing is at `to`: as the platform's move, it never replaces
+// what is there, so a rotation that cannot go on loses no generation.
+bool moveWithoutReplacing(const QString& from, const QString& to)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    // A file system without the flag: look first (the folder is the user's own).
+    return !isPresent(to) && ::rename(source.constData(), target.constData()) == 0;
 }
 
 double physicalMemoryGigabytes()
@@ -113,15 +137,17 @@ QStringList VLLog::availableLogs()
 
 bool VLLog::rotateGenerations(const QString& folder, const QString& name)
 {
-    const QString oldest = generationPath(folder, name, vllog::kGenerations);
-    if (QFileInfo::exists(oldest))
-        QFile::remove(oldest);
+    // Only a file (or link) is deleted: a folder at the fifth place was not written by the
+    // log and is left alone; the move onto it then fails below.
+    const QByteArray oldest = QFile::encodeName(generationPath(folder, name, vllog::kGenerations));
+    if (struct stat info {}; ::lstat(oldest.constData(), &info) == 0 && !S_ISDIR(info.st_mode))
+        ::unlink(oldest.constData());
     for (int generation = vllog::kGenerations - 1; generation >= 1; --generation) {
         const QString from = generationPath(folder, name, generation);
         const QString to = generationPath(folder, name, generation + 1);
-        if (!QFileInfo::exists(from))
+        if (!isPresent(from))
             continue;
-        if (::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) != 0) {
+        if (!moveWithoutReplacing(from, to)) {
             if (!d_->noPrinting)
                 vllog::printToStandardOutput(QStringLiteral("Unable to move file %1 to %2.\n").arg(from, to));
             return false;

@@ -11,8 +11,10 @@
 #include <mutex>
 
 struct VLLog::Impl {
-    // Guards the fields below it up to bytesWritten: callers (createNewLog) and the writer
-    // both touch the file.
+    // The file's state is changed only by the writer's jobs (a line, a new log), so a new log
+    // takes effect between the lines queued before and after it. The lock is still needed:
+    // appName() reads the name on the callers' threads, and shut-down and the test reset
+    // touch the state once the writer has stopped or drained.
     mutable std::mutex fileMutex;
     QString appName; // the stored field; the getter may answer otherwise (see appName())
     int fd = -1;
@@ -27,7 +29,9 @@ struct VLLog::Impl {
     std::atomic<bool> loggingDisabled{false};
     std::atomic<bool> noPrinting{false};
 
-    std::unique_ptr<VLLogWriter> writer;
+    // Made once with the shared instance and never replaced, so a caller logging on any
+    // thread always finds it.
+    VLLogWriter writer;
 };
 
 namespace vllog {

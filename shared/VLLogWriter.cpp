@@ -1,7 +1,26 @@
 #include "shared/VLLogWriter.h"
 
-VLLogWriter::VLLogWriter(std::function<void(const QString&)> perform)
-    : perform_(std::move(perform))
+#include <memory>
+
+// Tells a runAndWait() caller that its job is over: let go when the job has run, or when it
+// is discarded unperformed. Always let go outside the writer's lock.
+struct VLLogWriter::Completion {
+    Completion(VLLogWriter& w, bool& d) : writer(w), done(d) {}
+    Completion(const Completion&) = delete;
+    Completion& operator=(const Completion&) = delete;
+    VLLogWriter& writer;
+    bool& done;
+    ~Completion()
+    {
+        {
+            std::lock_guard lock(writer.mutex_);
+            done = true;
+        }
+        writer.changed_.notify_all();
+    }
+};
+
+VLLogWriter::VLLogWriter()
 {
     thread_ = std::thread([this] { run(); });
 }
@@ -11,15 +30,39 @@ VLLogWriter::~VLLogWriter()
     stop();
 }
 
-void VLLogWriter::enqueue(QString text)
+void VLLogWriter::enqueue(std::function<void()> job)
 {
     {
         std::lock_guard lock(mutex_);
         if (stopped_)
             return;
-        queue_.push_back(std::move(text));
+        queue_.push_back(std::move(job));
     }
     changed_.notify_all();
+}
+
+void VLLogWriter::runAndWait(const std::function<void()>& job)
+{
+    if (isWriterThread()) {
+        drainInline();
+        job();
+        return;
+    }
+    bool done = false;
+    {
+        std::unique_lock lock(mutex_);
+        if (!stopped_) {
+            queue_.push_back([&job, completion = std::make_shared<Completion>(*this, done)] { job(); });
+        } else {
+            // No writer any more: nothing else performs jobs, so the caller may.
+            lock.unlock();
+            job();
+            return;
+        }
+    }
+    changed_.notify_all();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return done; });
 }
 
 std::size_t VLLogWriter::pendingCount() const
@@ -28,47 +71,53 @@ std::size_t VLLogWriter::pendingCount() const
     return queue_.size() + (running_ ? 1 : 0);
 }
 
-bool VLLogWriter::takeNext(QString& text)
-{
-    std::lock_guard lock(mutex_);
-    if (queue_.empty())
-        return false;
-    text = std::move(queue_.front());
-    queue_.pop_front();
-    return true;
-}
-
 void VLLogWriter::finishWriting()
 {
     if (isWriterThread()) {
-        // The line in progress is ours: write out what was queued before us, in order.
-        QString text;
-        while (takeNext(text))
-            perform_(text);
-        changed_.notify_all();
+        drainInline();
         return;
     }
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return queue_.empty() && !running_; });
 }
 
-void VLLogWriter::cancelAll()
+void VLLogWriter::drainInline()
 {
-    {
-        std::lock_guard lock(mutex_);
-        queue_.clear();
+    // The job in progress is ours: perform what was queued before us, in order.
+    for (;;) {
+        std::function<void()> job;
+        {
+            std::lock_guard lock(mutex_);
+            if (queue_.empty())
+                break;
+            job = std::move(queue_.front());
+            queue_.pop_front();
+        }
+        job();
     }
     changed_.notify_all();
 }
 
-void VLLogWriter::stop()
+void VLLogWriter::discardQueued(bool stop)
 {
+    std::deque<std::function<void()>> dropped;
     {
         std::lock_guard lock(mutex_);
-        stopped_ = true;
-        queue_.clear();
+        stopped_ = stopped_ || stop;
+        dropped.swap(queue_);
     }
+    dropped.clear();
     changed_.notify_all();
+}
+
+void VLLogWriter::cancelAll()
+{
+    discardQueued(false);
+}
+
+void VLLogWriter::stop()
+{
+    discardQueued(true);
     if (!thread_.joinable())
         return;
     if (isWriterThread())
@@ -91,6 +140,18 @@ void VLLogWriter::setPausedForTesting(bool paused)
     changed_.notify_all();
 }
 
+void VLLogWriter::restartForTesting()
+{
+    setPausedForTesting(false);
+    {
+        std::lock_guard lock(mutex_);
+        if (!stopped_)
+            return;
+        stopped_ = false;
+    }
+    thread_ = std::thread([this] { run(); });
+}
+
 void VLLogWriter::run()
 {
     writerId_ = std::this_thread::get_id();
@@ -99,11 +160,12 @@ void VLLogWriter::run()
         changed_.wait(lock, [this] { return stopped_ || (!paused_ && !queue_.empty()); });
         if (stopped_)
             return;
-        QString text = std::move(queue_.front());
+        std::function<void()> job = std::move(queue_.front());
         queue_.pop_front();
         running_ = true;
         lock.unlock();
-        perform_(text);
+        job();
+        job = nullptr; // outside the lock: a finished runAndWait() job tells its caller here
         lock.lock();
         running_ = false;
         changed_.notify_all();

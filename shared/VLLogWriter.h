@@ -1,13 +1,16 @@
 #pragma once
-// VLLogWriter: the log's serial background writer. One dedicated thread takes lines from a
-// FIFO queue and hands each to the perform function; at most one line is performed at a
-// time, in queue order. Internal to VLLog.
+// VLLogWriter: the log's serial background writer. One dedicated thread takes jobs (a line to
+// write, or a new log to start) from a FIFO queue and performs them one at a time, in queue
+// order. Everything the log keeps about its file is touched by these jobs, so a new log
+// started by a caller takes effect exactly between the lines queued before it and those
+// queued after it. Internal to VLLog.
 //
 // Lifecycle: the thread starts with the object and ends in stop() (also run by the
-// destructor). After stop() the queue is dropped: enqueued lines are discarded.
-// Threads: every member may be called from any thread. finishWriting() called on the writer
-// thread itself (the log's roll-over does this) performs the lines queued so far inline
-// instead of waiting, so the writer never waits on the line it is performing.
+// destructor). After stop() queued jobs are dropped and new lines are discarded; a job passed
+// to runAndWait() then runs on the caller.
+// Threads: every member may be called from any thread. finishWriting() and runAndWait()
+// called on the writer thread itself (the log's roll-over does this) perform the jobs queued
+// so far inline instead of waiting, so the writer never waits on the job it is performing.
 
 #include <QString>
 
@@ -21,39 +24,46 @@
 
 class VLLogWriter {
 public:
-    explicit VLLogWriter(std::function<void(const QString&)> perform);
+    VLLogWriter();
     ~VLLogWriter();
     VLLogWriter(const VLLogWriter&) = delete;
     VLLogWriter& operator=(const VLLogWriter&) = delete;
 
-    // Queues one line; discarded once the writer has been stopped.
-    void enqueue(QString text);
-    // Queued lines plus the one being performed.
+    // Queues one job; discarded once the writer has been stopped.
+    void enqueue(std::function<void()> job);
+    // Performs `job` after every job queued before it and returns when it is done, or was
+    // discarded by cancelAll() or stop() before it started.
+    void runAndWait(const std::function<void()>& job);
+    // Queued jobs plus the one being performed.
     std::size_t pendingCount() const;
-    // Returns when every line queued before the call has been performed.
+    // Returns when the queue is empty and no job is being performed.
     void finishWriting();
-    // Discards every queued line that has not started.
+    // Discards every queued job that has not started.
     void cancelAll();
-    // Ends the thread after the line in progress; queued lines are discarded.
+    // Ends the thread after the job in progress; queued jobs are discarded.
     void stop();
     bool isWriterThread() const;
 
-    // Test-only: while paused the thread takes no new line, so a test can build up a queue
-    // of a known length (the shut-down rule depends on it). finishWriting() while paused
-    // would wait forever; tests resume first.
+    // Test-only. While paused the thread takes no new job, so a test can build up a queue of
+    // a known length (the shut-down rule depends on it); finishWriting() while paused would
+    // wait forever, so tests resume first. restartForTesting() resumes a paused writer and
+    // gives a stopped one a new thread.
     void setPausedForTesting(bool paused);
+    void restartForTesting();
 
 private:
+    struct Completion;
     void run();
-    bool takeNext(QString& text); // under no lock; pops one queued line
+    void drainInline();
+    // Drops every queued job; their captures are let go outside the lock.
+    void discardQueued(bool stop);
 
-    std::function<void(const QString&)> perform_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<QString> queue_;
-    bool running_ = false;  // a line is being performed by the thread
+    std::deque<std::function<void()>> queue_;
+    bool running_ = false;        // a job is being performed by the thread
     bool paused_ = false;
     bool stopped_ = false;
     std::atomic<std::thread::id> writerId_{};
-    std::thread thread_;
+    std::thread thread_;          // started and joined only by the constructor, stop() and restartForTesting()
 };

@@ -3,7 +3,8 @@
 #include "shared/VLException.h"
 #include "shared/VLLog.h"
 
-#include <QCoreApplication>
+#include "platform/system/ProcessList.h"
+
 #include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -26,9 +27,7 @@ struct Candidate {
 
 QString processName()
 {
-    if (QCoreApplication::instance())
-        return QFileInfo(QCoreApplication::applicationFilePath()).fileName();
-    return QCoreApplication::applicationName();
+    return QFileInfo(sys::currentExecutablePath()).fileName();
 }
 
 std::unique_ptr<QLocalSocket> connectToClient()

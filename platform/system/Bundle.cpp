@@ -5,30 +5,23 @@
 #include "platform/system/Bundle.h"
 
 #include "platform/plist/PropertyList.h"
+#include "platform/system/ProcessList.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QList>
-#include <QMutex>
-#include <QMutexLocker>
+
+#include <mutex>
 
 namespace sys {
 
 namespace {
 
-QString currentExecutablePath()
-{
-    if (QCoreApplication::instance())
-        return QCoreApplication::applicationFilePath();
-    return QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget();
-}
-
 class BundleCache {
 public:
     void record(const Bundle& bundle)
     {
-        QMutexLocker lock(&mutex_);
+        std::lock_guard lock(mutex_);
         for (Bundle& known : bundles_) {
             if (known.bundlePath() == bundle.bundlePath()) {
                 known = bundle;
@@ -40,7 +33,7 @@ public:
 
     std::optional<Bundle> find(const QString& identifier) const
     {
-        QMutexLocker lock(&mutex_);
+        std::lock_guard lock(mutex_);
         for (const Bundle& known : bundles_) {
             if (known.bundleIdentifier() == identifier)
                 return known;
@@ -49,7 +42,7 @@ public:
     }
 
 private:
-    mutable QMutex mutex_;
+    mutable std::mutex mutex_; // std::mutex: visible to the thread sanitizer, unlike a contended QMutex
     QList<Bundle> bundles_;
 };
 

@@ -29,6 +29,11 @@ bool isApplicationRunning(const QString& bundleIdentifier);
 // Executable paths of every process of the current user that can be read.
 QStringList processExecutablePaths();
 
+// This process's own executable, read once from the process table. It answers what
+// QCoreApplication::applicationFilePath() answers, without its cache, which is not safe to
+// read on several threads at once, and without needing the application object.
+QString currentExecutablePath();
+
 // The polite quit: SIGTERM to every process of the application whose bundle path equals
 // `bundlePath` exactly. Returns the number of processes signalled.
 int sendTerminate(const QString& bundlePath);

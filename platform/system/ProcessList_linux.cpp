@@ -36,6 +36,16 @@ QString executableOf(const QString& pidFolder)
     return target;
 }
 
+} // namespace
+
+QString currentExecutablePath()
+{
+    static const QString path = executableOf(QStringLiteral("/proc/self"));
+    return path;
+}
+
+namespace {
+
 QList<ProcessEntry> userProcesses()
 {
     QList<ProcessEntry> entries;

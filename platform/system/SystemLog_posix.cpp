@@ -4,10 +4,10 @@
 #include "platform/system/SystemLog.h"
 
 #include <QDateTime>
-#include <QMutex>
 
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -26,13 +26,13 @@ QString processName()
 
 void nsLogText(const QString& text)
 {
-    static QMutex mutex;
+    static std::mutex mutex;
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"));
     const QByteArray line = (stamp + QLatin1Char(' ') + processName() + QLatin1Char('[')
                              + QString::number(getpid()) + QStringLiteral("] ") + text + QLatin1Char('\n'))
                                 .toUtf8();
     const QByteArray message = text.toUtf8();
-    QMutexLocker lock(&mutex);
+    std::lock_guard lock(mutex);
     std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
     std::fflush(stderr);
     syslog(LOG_USER | LOG_NOTICE, "%s", message.constData());

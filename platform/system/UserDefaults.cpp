@@ -108,7 +108,7 @@ QVariantMap UserDefaults::parseArgumentDomain(const QStringList& arguments)
 void UserDefaults::setArguments(const QStringList& arguments)
 {
     const QVariantMap parsed = parseArgumentDomain(arguments);
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     argumentDomain_ = parsed;
     argumentsParsed_ = true;
 }
@@ -131,7 +131,7 @@ void UserDefaults::ensureLoadedLocked() const
 
 QVariant UserDefaults::objectForKey(const QString& key) const
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     ensureLoadedLocked();
     if (argumentDomain_.contains(key))
         return argumentDomain_.value(key);
@@ -212,7 +212,7 @@ void UserDefaults::setObject(const QVariant& value, const QString& key)
     default:
         break;
     }
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     applyLocked(key, stored);
 }
 
@@ -233,7 +233,7 @@ void UserDefaults::removeObjectForKey(const QString& key)
 
 void UserDefaults::registerDefaults(const QVariantMap& defaults)
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     overlay(registration_, defaults);
 }
 
@@ -257,7 +257,7 @@ bool UserDefaults::flushLocked()
 
 bool UserDefaults::synchronize()
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     ensureLoadedLocked();
     const bool written = flushLocked();
     const auto onDisk = readPersistentFile(loadedPath_);
@@ -270,7 +270,7 @@ bool UserDefaults::synchronize()
 
 QVariantMap UserDefaults::persistentDomain() const
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     ensureLoadedLocked();
     return persistent_;
 }

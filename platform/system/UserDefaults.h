@@ -15,12 +15,12 @@
 // Thread-safety: every member may be called from any thread (one mutex per instance).
 
 #include <QDateTime>
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 #include <QVariantList>
 #include <QVariantMap>
+#include <mutex>
 #include <optional>
 
 namespace sys {
@@ -82,7 +82,7 @@ private:
     bool flushLocked();
 
     const QString domain_;
-    mutable QMutex mutex_;
+    mutable std::mutex mutex_;
     mutable bool argumentsParsed_ = false;
     mutable QVariantMap argumentDomain_;
     mutable QString loadedPath_;

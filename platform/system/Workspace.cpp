@@ -2,15 +2,15 @@
 
 #include "platform/system/Workspace.h"
 
-#include <QMutex>
+#include <mutex>
 
 namespace sys {
 
 namespace {
 
-QMutex& instanceMutex()
+std::mutex& instanceMutex()
 {
-    static QMutex mutex;
+    static std::mutex mutex;
     return mutex;
 }
 
@@ -25,7 +25,7 @@ std::unique_ptr<Workspace>& replacementSlot()
 Workspace& workspace()
 {
     static const std::unique_ptr<Workspace> platform = makePlatformWorkspace();
-    QMutexLocker lock(&instanceMutex());
+    std::lock_guard lock(instanceMutex());
     if (Workspace* replacement = replacementSlot().get())
         return *replacement;
     return *platform;
@@ -33,7 +33,7 @@ Workspace& workspace()
 
 void setWorkspaceForTesting(std::unique_ptr<Workspace> replacement)
 {
-    QMutexLocker lock(&instanceMutex());
+    std::lock_guard lock(instanceMutex());
     replacementSlot() = std::move(replacement);
 }
 

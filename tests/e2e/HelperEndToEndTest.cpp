@@ -3,6 +3,7 @@
 // bundle in place and working, and a later run finishes the job; a refused command line or
 // a failed replacement touches nothing. Each failure status leaves the user a working updater
 // at the destination, or a log line naming where the previous one is.
+#include "support/ChildProcess.h"
 #include "support/QtPrinters.h"
 #include "support/Sandbox.h"
 
@@ -12,7 +13,6 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QThread>
 
@@ -56,12 +56,12 @@ protected:
         return args;
     }
 
-    std::unique_ptr<QProcess> startHelper(bool silent) const
+    std::unique_ptr<vltest::ChildProcess> startHelper(bool silent) const
     {
-        auto p = std::make_unique<QProcess>();
-        p->setProcessEnvironment(sb_.environment());
-        p->start(Sandbox::helperExecutable(), helperArgs(silent));
-        return p->waitForStarted() ? std::move(p) : nullptr;
+        auto p = std::make_unique<vltest::ChildProcess>();
+        vltest::ChildOptions options;
+        options.environment = sb_.environment().toStringList();
+        return p->start(Sandbox::helperExecutable(), helperArgs(silent), options) ? std::move(p) : nullptr;
     }
 
     QString infoVersion() const
@@ -81,9 +81,7 @@ protected:
 
     static bool bundleRuns(const QString& bundle)
     {
-        QProcess p;
-        p.start(bundle + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("0")});
-        return p.waitForFinished(10000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+        return vltest::runToSuccess(bundle + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("0")}, 10000);
     }
 
     // The new version's executable cannot be started: its interpreter does not exist.
@@ -121,10 +119,9 @@ protected:
 
 TEST_F(HelperEndToEnd, WaitsForTheUpdaterThenReplacesDetachesAndRelaunches)
 {
-    QProcess updater;
-    updater.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("300")});
-    ASSERT_TRUE(updater.waitForStarted());
-    std::unique_ptr<QProcess> helper = startHelper(false);
+    vltest::ChildProcess updater;
+    ASSERT_TRUE(updater.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("300")}));
+    std::unique_ptr<vltest::ChildProcess> helper = startHelper(false);
     ASSERT_TRUE(helper);
     // While the updater runs nothing is replaced.
     EXPECT_FALSE(helper->waitForFinished(1500));
@@ -133,7 +130,7 @@ TEST_F(HelperEndToEnd, WaitsForTheUpdaterThenReplacesDetachesAndRelaunches)
     ASSERT_TRUE(updater.waitForFinished(5000));
 
     ASSERT_TRUE(helper->waitForFinished(20000));
-    EXPECT_EQ(helper->exitCode(), 0) << helper->readAllStandardError().toStdString();
+    EXPECT_EQ(helper->exitCode(), 0) << helper->standardError().toStdString();
     EXPECT_EQ(infoVersion(), QStringLiteral("200"));
     EXPECT_EQ(leftovers(), QStringList());
     EXPECT_EQ(sb_.toolCalls(QStringLiteral("hdiutil")), (QList<QStringList>{{"hdiutil", "detach", volume_, "-force"}}));
@@ -168,7 +165,7 @@ TEST_F(HelperEndToEnd, KilledHalfWayTheOldBundleStillRuns)
         big.write(block);
     big.close();
 
-    std::unique_ptr<QProcess> helper = startHelper(true);
+    std::unique_ptr<vltest::ChildProcess> helper = startHelper(true);
     ASSERT_TRUE(helper);
     QElapsedTimer waited;
     waited.start();

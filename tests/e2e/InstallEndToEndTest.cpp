@@ -2,6 +2,7 @@
 // server, with the fake system tools and a listening client: what is printed, which tools
 // ran with which arguments, what ends up installed, what is cleaned up, and what the client
 // hears, in order.
+#include "support/ChildProcess.h"
 #include "support/NotificationListener.h"
 #include "support/QtPrinters.h"
 #include "support/Sandbox.h"
@@ -15,7 +16,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QProcess>
 
 #include <functional>
 #include <unistd.h>
@@ -622,11 +622,10 @@ TEST_F(SparkleInstallEndToEnd, AHangingImageToolIsStoppedAfterTenSeconds)
 {
     publish({{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}});
     sb_.setEnv(QStringLiteral("FAKE_HDIUTIL_SLEEP"), QStringLiteral("60"));
-    QElapsedTimer took;
-    took.start();
     const RunResult r = install();
-    EXPECT_LT(took.elapsed(), 40000);
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_TRUE(r.out().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(sb_.sysPath(QStringLiteral("/usr/bin/hdiutil")))))
+        << r.describe().toStdString();
     EXPECT_TRUE(errorsPosted().contains(QStringLiteral("Unable to install Tessel 2.0. Cannot mount disk image.")));
     EXPECT_EQ(readAll(installed_ + QStringLiteral("/Contents/Info.plist")), oldInfo_);
 }
@@ -641,8 +640,8 @@ TEST_F(SparkleInstallEndToEnd, CopyFailingAfterTheTrashKeepsTheOldAppInTheTrashA
     publish({{QStringLiteral("Other.app/Contents/Info.plist"), "new build"}});
     ASSERT_TRUE(sb_.writeFile(sb_.sysPath(QStringLiteral("/Applications/Other.app")), "in the way"));
     ASSERT_TRUE(sb_.giveHomeTo(*uid));
-    ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/chown"),
-                                {QStringLiteral("-R"), QString::number(*uid), sb_.sysPath(QStringLiteral("/Applications"))}), 0);
+    ASSERT_TRUE(vltest::runToSuccess(QStringLiteral("/bin/chown"),
+                                     {QStringLiteral("-R"), QString::number(*uid), sb_.sysPath(QStringLiteral("/Applications"))}));
     sb_.setEnv(QStringLiteral("FAKE_PKEXEC_DENY"), QStringLiteral("1"));
     // The server's own folder is private to root: hand the user a readable copy of its CA.
     const QString ca = sb_.tmpPath(QStringLiteral("ca.pem"));

@@ -6,7 +6,6 @@
 #include "support/Sandbox.h"
 #include "support/TestServer.h"
 
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
@@ -144,10 +143,11 @@ TEST_F(TestServerTest, ImitatesSlowBrokenAndEndlessTransfers)
         EXPECT_NE(f.error, QNetworkReply::NoError);
         EXPECT_LT(f.body.size(), big_.size());
     }
-    QElapsedTimer timer;
-    timer.start();
+    // The answer comes only after its delay: a client that gives up sooner gets nothing.
+    const Fetched impatient = fetch(server_.url(QStringLiteral("/slow")), ca, 100);
+    EXPECT_NE(impatient.error, QNetworkReply::NoError);
+    EXPECT_TRUE(impatient.body.isEmpty());
     EXPECT_EQ(fetch(server_.url(QStringLiteral("/slow")), ca).body, QByteArray("z"));
-    EXPECT_GE(timer.elapsed(), 600);
 
     const Fetched endless = fetch(server_.url(QStringLiteral("/endless")), ca, 10000, 1 << 20);
     EXPECT_GT(endless.body.size(), 1 << 20);

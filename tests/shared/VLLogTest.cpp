@@ -135,6 +135,28 @@ TEST(VLLogFiles, NewLogRotatesFiveGenerations)
     EXPECT_FALSE(readText(VLLog::currentLogPath()).contains("current"));
 }
 
+TEST(VLLogFiles, RotationThatCannotMoveAGenerationStopsWithoutReplacingOne)
+{
+    LogFixture log(false);
+    for (int n = 1; n <= 3; ++n)
+        writeText(generation(n), QByteArray("g") + QByteArray::number(n));
+    // Generation 5 is a folder (not a log file, so it is not deleted) and generation 4 a folder
+    // holding a file: moving 4 onto 5 must fail rather than replace 5.
+    ASSERT_TRUE(QDir().mkpath(generation(5)));
+    writeText(generation(4) + QStringLiteral("/kept.txt"), "kept");
+    if (VLLog::currentLogPath() != generation(1))
+        writeText(VLLog::currentLogPath(), "current");
+    const QByteArray printed = vltest::captureStdout([] { VLLog::createNewLog(); });
+    EXPECT_EQ(printed, QStringLiteral("Unable to move file %1 to %2.\n").arg(generation(4), generation(5)).toUtf8());
+    EXPECT_TRUE(QDir(generation(5)).isEmpty());
+    EXPECT_EQ(readText(generation(4) + QStringLiteral("/kept.txt")), QByteArray("kept"));
+    for (int n = 1; n <= 3; ++n)
+        EXPECT_EQ(readText(generation(n)), QByteArray("g") + QByteArray::number(n)) << n;
+    if (VLLog::currentLogPath() != generation(1)) {
+        EXPECT_EQ(readText(VLLog::currentLogPath()), QByteArray("current")) << "no new log was started";
+    }
+}
+
 TEST(VLLogFiles, AvailableLogsListsExistingGenerationsInOrder)
 {
     LogFixture log(false);
@@ -207,6 +229,26 @@ TEST(VLLogWriting, TerminationWritesTenPendingLinesAndDropsEleven)
         VLLog::fastAppendLog(QStringLiteral("after termination"));
         VLLog::finishWriting();
         EXPECT_FALSE(readText(VLLog::currentLogPath()).contains("after termination"));
+    }
+}
+
+TEST(VLLogWriting, LinesQueuedBeforeANewLogStayInTheOldFile)
+{
+    LogFixture log;
+    VLLog::finishWriting();
+    VLLog::setWriterPausedForTesting(true);
+    VLLog::fastAppendLog(QStringLiteral("queued before the new log"));
+    // The new log is asked for while that line still waits for the writer.
+    std::thread starter([] { VLLog::createNewLog(QString(), true); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    VLLog::setWriterPausedForTesting(false);
+    starter.join();
+    const QString current = LogFixture::logText();
+    EXPECT_TRUE(current.contains(QStringLiteral("Log started: ")));
+    EXPECT_FALSE(current.contains(QStringLiteral("queued before the new log"))) << qPrintable(current);
+    // Root's current file is not part of the rotation; elsewhere the old file is generation 2.
+    if (VLLog::currentLogPath() == generation(1)) {
+        EXPECT_TRUE(readText(generation(2)).contains("queued before the new log"));
     }
 }
 

@@ -1,11 +1,11 @@
 #include "support/NotificationListener.h"
 
-#include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QJsonDocument>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QMutexLocker>
-#include <QSemaphore>
+
+#include <chrono>
 
 namespace vltest {
 
@@ -75,49 +75,64 @@ QStringList NotificationListener::allMessages()
 
 bool NotificationListener::start()
 {
-    if (worker_)
+    if (thread_)
         return true;
-    worker_ = new Worker(*this);
-    worker_->moveToThread(&thread_);
-    QObject::connect(&thread_, &QThread::finished, worker_, &QObject::deleteLater);
-    thread_.start();
-    bool ok = false;
-    QSemaphore done;
-    QMetaObject::invokeMethod(worker_, [this, &ok, &done] {
-        ok = worker_->listen();
-        done.release();
-    });
-    done.acquire();
+    thread_.reset(QThread::create([this] { serve(); }));
+    thread_->start();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return listening_.has_value(); });
+    const bool ok = *listening_;
+    lock.unlock();
     if (!ok)
         stop();
     return ok;
 }
 
+void NotificationListener::serve()
+{
+    // The worker and its sockets are made, used and destroyed on this thread.
+    Worker worker(*this);
+    const bool ok = worker.listen();
+    {
+        std::lock_guard lock(mutex_);
+        listening_ = ok;
+    }
+    changed_.notify_all();
+    // Until stop() quits this thread's event loops (a quit that comes first ends it at once).
+    QEventLoop loop;
+    if (ok)
+        loop.exec();
+}
+
 void NotificationListener::stop()
 {
-    if (!worker_)
+    if (!thread_)
         return;
-    thread_.quit();
-    thread_.wait();
-    worker_ = nullptr;
+    thread_->quit();
+    thread_->wait();
+    thread_.reset();
+    std::lock_guard lock(mutex_);
+    listening_.reset();
 }
 
 void NotificationListener::record(const ReceivedNotification& message)
 {
-    QMutexLocker lock(&mutex_);
-    messages_.append(message);
-    arrived_.wakeAll();
+    {
+        std::lock_guard lock(mutex_);
+        messages_.append(message);
+    }
+    changed_.notify_all();
 }
 
 void NotificationListener::countConnection()
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     ++connections_;
 }
 
 QList<ReceivedNotification> NotificationListener::messages() const
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     return messages_;
 }
 
@@ -131,18 +146,14 @@ QStringList NotificationListener::messageNames() const
 
 int NotificationListener::connectionCount() const
 {
-    QMutexLocker lock(&mutex_);
+    std::lock_guard lock(mutex_);
     return connections_;
 }
 
 bool NotificationListener::waitForMessages(int count, int timeoutMs) const
 {
-    QDeadlineTimer deadline(timeoutMs);
-    QMutexLocker lock(&mutex_);
-    while (messages_.size() < count)
-        if (!arrived_.wait(&mutex_, deadline))
-            return false;
-    return true;
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return messages_.size() >= count; });
 }
 
 } // namespace vltest

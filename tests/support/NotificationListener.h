@@ -5,14 +5,19 @@
 //
 // Lifecycle: construct, start(), let the code under test post, read messages(), and destroy
 // (or stop()). Members may be called from any thread; messages are recorded in arrival order.
+// The listener's thread makes its own server and reports back through std locks (Qt's
+// locks and queues are invisible to the thread checker; see WorkerPool.h).
 
 #include <QJsonArray>
 #include <QList>
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QThread>
-#include <QWaitCondition>
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
 
 namespace vltest {
 
@@ -58,10 +63,12 @@ private:
     const QString socketPath_;
     const QStringList implemented_;
     const Behaviour behaviour_;
-    QThread thread_;
-    Worker* worker_ = nullptr; // owned by thread_'s event loop; deleted when the thread ends
-    mutable QMutex mutex_;
-    mutable QWaitCondition arrived_;
+    void serve(); // the listener thread's body
+
+    std::unique_ptr<QThread> thread_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::optional<bool> listening_; // set by the listener thread once it tried
     QList<ReceivedNotification> messages_;
     int connections_ = 0;
 };

@@ -5,8 +5,9 @@
 
 #include "ui/UserInterface.h"
 
-#include <QMutex>
 #include <QStringList>
+
+#include <mutex>
 
 namespace vltest {
 
@@ -18,7 +19,7 @@ public:
     int installSheetAnswer = -1;
     QStringList calls() const
     {
-        QMutexLocker lock(&mutex_);
+        std::lock_guard lock(mutex_);
         return calls_;
     }
 
@@ -57,10 +58,10 @@ public:
 private:
     void add(const QString& call)
     {
-        QMutexLocker lock(&mutex_);
+        std::lock_guard lock(mutex_);
         calls_ << call;
     }
-    mutable QMutex mutex_;
+    mutable std::mutex mutex_;
     QStringList calls_;
 };
 

@@ -1,5 +1,6 @@
 // Sandbox: running the built executables, fake tools, test archives and ownership.
 #include "support/Sandbox.h"
+#include "support/ChildProcess.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -8,7 +9,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <grp.h>
@@ -29,13 +29,6 @@ const char* const kToolPaths[] = {
 
 // Tools that are the machine's own, linked into the system root: archives are real zip files.
 const char* const kRealToolPaths[] = {"/usr/bin/zip", "/usr/bin/unzip"};
-
-bool runTool(const QString& program, const QStringList& args)
-{
-    QProcess p;
-    p.start(program, args);
-    return p.waitForFinished(30000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-}
 
 // Writes `files` (relative path -> data) under `folder`.
 bool writeTree(const QString& folder, const QMap<QString, QByteArray>& files)
@@ -106,35 +99,26 @@ RunResult Sandbox::run(const QString& program, const QStringList& args, const Ru
     if (options.uid)
         env.insert(QStringLiteral("USER"), QStringLiteral("nobody"));
 
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.setWorkingDirectory(options.workingDirectory.isEmpty() ? root() : options.workingDirectory);
-    if (options.uid) {
-        const uint uid = *options.uid;
-        // Runs in the child between fork and exec: only async-signal-safe calls.
-        p.setChildProcessModifier([uid] {
-            if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0)
-                ::_exit(126);
-        });
-    }
+    ChildOptions child;
+    child.environment = env.toStringList();
+    child.workingDirectory = options.workingDirectory.isEmpty() ? root() : options.workingDirectory;
+    child.uid = options.uid;
+    child.standardInput = options.stdinData;
     RunResult result;
-    p.start(program, args);
-    if (!p.waitForStarted(10000)) {
+    ChildProcess p;
+    if (!p.start(program, args, child)) {
         result.stderrData = p.errorString().toUtf8();
         return result;
     }
     result.started = true;
-    if (!options.stdinData.isEmpty())
-        p.write(options.stdinData);
-    p.closeWriteChannel();
     if (!p.waitForFinished(options.timeoutMs)) {
         result.timedOut = true;
         p.kill();
-        p.waitForFinished(5000);
+        (void)p.waitForFinished(5000);
     }
-    result.stdoutData = p.readAllStandardOutput();
-    result.stderrData = p.readAllStandardError();
-    result.crashed = !result.timedOut && p.exitStatus() == QProcess::CrashExit;
+    result.stdoutData = p.standardOutput();
+    result.stderrData = p.standardError();
+    result.crashed = !result.timedOut && p.crashed();
     if (!result.timedOut && !result.crashed)
         result.exitCode = p.exitCode();
     return result;
@@ -194,7 +178,7 @@ bool Sandbox::makeDiskImage(const QString& archivePath, const QString& volumeNam
     if (!staging.isValid() || !writeTree(staging.path() + QLatin1Char('/') + volumeName, files))
         return false;
     QDir().mkpath(QFileInfo(archivePath).absolutePath());
-    return runTool(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"),
+    return runToSuccess(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"),
                                                 archivePath, volumeName});
 }
 
@@ -204,7 +188,7 @@ bool Sandbox::makePackage(const QString& packagePath, const QMap<QString, QByteA
     if (!staging.isValid() || !writeTree(staging.path() + QStringLiteral("/payload"), payloadFiles))
         return false;
     QDir().mkpath(QFileInfo(packagePath).absolutePath());
-    return runTool(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"),
+    return runToSuccess(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"),
                                                 packagePath, QStringLiteral("payload")});
 }
 

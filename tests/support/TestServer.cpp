@@ -1,7 +1,5 @@
 #include "support/TestServer.h"
-
-#include <csignal>
-#include <sys/prctl.h>
+#include "support/ChildProcess.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -21,14 +19,12 @@ QString readAll(const QString& path)
 }
 
 // Reads one line from the server's standard output, waiting at most until `deadline`.
-std::optional<QString> readLine(QProcess& process, const QDeadlineTimer& deadline)
+std::optional<QString> readLine(ChildProcess& process, const QDeadlineTimer& deadline)
 {
-    while (!process.canReadLine()) {
-        if (process.state() == QProcess::NotRunning || deadline.hasExpired())
-            return std::nullopt;
-        process.waitForReadyRead(int(qMin<qint64>(deadline.remainingTime(), 200)));
-    }
-    return QString::fromUtf8(process.readLine()).trimmed();
+    const std::optional<QByteArray> line = process.readLine(int(deadline.remainingTime()));
+    if (!line)
+        return std::nullopt;
+    return QString::fromUtf8(*line).trimmed();
 }
 
 } // namespace
@@ -78,11 +74,16 @@ bool TestServer::start(const TestServerOptions& options)
     if (options.alsoHttp)
         args << QStringLiteral("--also-http");
 
-    process_ = std::make_unique<QProcess>();
+    process_ = std::make_unique<ChildProcess>();
+    ChildOptions childOptions;
     // A test that crashes must not leave its server running: the server ends with its parent.
-    process_->setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGTERM); });
-    process_->setStandardErrorFile(workDir() + QStringLiteral("/server.err"));
-    process_->start(QStringLiteral("/usr/bin/python3"), args);
+    childOptions.endsWithParent = true;
+    childOptions.standardErrorFile = workDir() + QStringLiteral("/server.err");
+    if (!process_->start(QStringLiteral("/usr/bin/python3"), args, childOptions)) {
+        error_ = process_->errorString();
+        process_.reset();
+        return false;
+    }
     const QDeadlineTimer deadline(15000);
     const auto first = readLine(*process_, deadline);
     bool ok = false;
@@ -103,11 +104,11 @@ void TestServer::stop()
 {
     if (!process_)
         return;
-    if (process_->state() != QProcess::NotRunning) {
+    if (process_->isRunning()) {
         process_->terminate();
         if (!process_->waitForFinished(5000)) {
             process_->kill();
-            process_->waitForFinished(5000);
+            (void)process_->waitForFinished(5000);
         }
     }
     process_.reset();
@@ -117,7 +118,7 @@ void TestServer::stop()
 
 bool TestServer::isRunning() const
 {
-    return process_ && process_->state() == QProcess::Running;
+    return process_ && process_->isRunning();
 }
 
 QString TestServer::baseUrl() const

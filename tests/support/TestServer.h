@@ -17,13 +17,14 @@
 
 #include <QJsonObject>
 #include <QList>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <memory>
 
 namespace vltest {
+
+class ChildProcess;
 
 struct TestServerOptions {
     QString root;               // folder served; empty: the server's own empty folder
@@ -78,7 +79,7 @@ public:
 
 private:
     std::unique_ptr<QTemporaryDir> dir_;
-    std::unique_ptr<QProcess> process_;
+    std::unique_ptr<ChildProcess> process_;
     QString root_;
     QString certDir_;
     QString error_;

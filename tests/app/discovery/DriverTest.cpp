@@ -4,8 +4,7 @@
 
 #include "DiscoveryFixture.h"
 #include "discovery/CheckReport.h"
-
-#include <QProcess>
+#include "support/ChildProcess.h"
 
 using vltest::DiscoveryFixture;
 
@@ -206,12 +205,9 @@ TEST(ProcessCheck, TheWholeLastComponentMustMatch)
     QTemporaryDir dir;
     const QString exe = dir.filePath(QStringLiteral("MyTesselTest"));
     ASSERT_TRUE(QFile::copy(QStringLiteral("/bin/sleep"), exe));
-    QProcess child;
-    child.start(exe, {QStringLiteral("30")});
-    ASSERT_TRUE(child.waitForStarted());
+    vltest::ChildProcess child;
+    ASSERT_TRUE(child.start(exe, {QStringLiteral("30")}));
     EXPECT_TRUE(AppController::isProcessRunning(QStringLiteral("MyTesselTest")));
     EXPECT_FALSE(AppController::isProcessRunning(QStringLiteral("TesselTest")));
     EXPECT_FALSE(AppController::isProcessRunning(QStringLiteral("MyTessel")));
-    child.kill();
-    child.waitForFinished();
 }

@@ -5,7 +5,6 @@
 #include "DiscoveryFixture.h"
 #include "discovery/Network.h"
 
-#include <QElapsedTimer>
 
 using vltest::DiscoveryFixture;
 
@@ -47,9 +46,8 @@ TEST_F(Network, FailuresEndTheRequestWithAnError)
                                     {QStringLiteral("/hang"), route({{QStringLiteral("hang"), true}})},
                                     {QStringLiteral("/endless"), route({{QStringLiteral("endless"), true}})},
                                     {QStringLiteral("/missing"), route({{QStringLiteral("status"), 404}, {QStringLiteral("body"), QStringLiteral("no such feed")}})}}));
+    // A request that never ended would hold the test until its time limit.
     discovery::setTransferTimeoutMsForTesting(700);
-    QElapsedTimer timer;
-    timer.start();
     struct Case { const char* path; const char* error; };
     const QList<Case> cases = {{"/loop", ""}, {"/hang", "The request timed out."}, {"/endless", "The response is too large."}};
     for (const Case& c : cases) {
@@ -60,7 +58,6 @@ TEST_F(Network, FailuresEndTheRequestWithAnError)
             EXPECT_EQ(r.errorDescription, QString::fromLatin1(c.error)) << c.path;
         }
     }
-    EXPECT_LT(timer.elapsed(), 30000);
 
     // An HTTP error status is an answer: its body comes back, as a URL session gives it.
     const discovery::FetchResult missing = discovery::fetchURL(feedURL(QStringLiteral("/missing")));

@@ -5,6 +5,7 @@
 #include "AppController.h"
 #include "UpdateRecord.h"
 
+#include "support/ChildProcess.h"
 #include "support/QtPrinters.h"
 #include "support/RecordingUserInterface.h"
 #include "support/Sandbox.h"
@@ -14,7 +15,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QThread>
 
 namespace {
@@ -40,14 +40,13 @@ protected:
         controller_ = AppController::init(std::move(ui));
         ASSERT_TRUE(sb_.makeDiskImage(controller_->downloadPath + QStringLiteral("/Tessel.dmg"), QStringLiteral("Tessel"),
                                       {{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}}));
-        running_.start(installed_ + QStringLiteral("/Contents/MacOS/Tessel"), {QStringLiteral("300")});
-        ASSERT_TRUE(running_.waitForStarted());
+        ASSERT_TRUE(running_.start(installed_ + QStringLiteral("/Contents/MacOS/Tessel"), {QStringLiteral("300")}));
     }
 
     void TearDown() override
     {
         running_.kill();
-        running_.waitForFinished();
+        (void)running_.waitForFinished(5000);
     }
 
     UpdateRecord record() const
@@ -66,7 +65,7 @@ protected:
     vltest::Sandbox sb_;
     vltest::ScopedEnvironment env_;
     QString installed_;
-    QProcess running_;
+    vltest::ChildProcess running_;
     vltest::RecordingUserInterface* ui_ = nullptr; // owned by the controller
     std::unique_ptr<AppController> controller_;
 };
@@ -81,7 +80,7 @@ TEST_F(DiskImageInstallerTest, CancelInTheRunningSheetAbandonsWithTheImageMounte
     controller_->installSparkleApp(slashed);
     EXPECT_TRUE(ui_->calls().contains(QStringLiteral("installSheet:Tessel is currently running")));
     EXPECT_EQ(installedInfo(), before);
-    EXPECT_EQ(running_.state(), QProcess::Running);
+    EXPECT_TRUE(running_.isRunning());
     EXPECT_TRUE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Volumes/Tessel"))));
     EXPECT_TRUE(QFileInfo::exists(controller_->downloadPath + QStringLiteral("/Tessel.dmg")));
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("killall")).isEmpty());

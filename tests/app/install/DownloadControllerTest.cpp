@@ -18,7 +18,6 @@
 #include <QFileInfo>
 #include <QThread>
 
-#include <chrono>
 #include <numeric>
 #include <thread>
 
@@ -123,9 +122,9 @@ TEST_F(DownloadControllerTest, FailedDownloadIsReportedAndRemoved)
 TEST_F(DownloadControllerTest, CancelEndsTheDownloadAndLeavesNoFile)
 {
     ASSERT_TRUE(server_.setRoutes(QJsonObject{{"/endless.dmg", QJsonObject{{"endless", true}}}}));
-    const auto started = std::chrono::steady_clock::now();
+    // The body never ends: only the cancel can end the download (or the test's time limit).
     downloadOnWorker(recordFor(QStringLiteral("/endless.dmg")), 1000);
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Download cancelled.")));
     EXPECT_FALSE(controller_->downloadFinished);
     EXPECT_FALSE(controller_->downloadError);
     EXPECT_FALSE(QFile::exists(stored(QStringLiteral("endless.dmg"))));

@@ -1,8 +1,8 @@
 #include "platform/foundation/Format.h"
 #include "platform/foundation/Foundation.h"
+#include "support/ChildProcess.h"
 
 #include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <clocale>
 #include <cstdio>
@@ -25,14 +25,15 @@ public:
             return;
         source.write("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n");
         source.close();
-        QProcess localedef;
+        vltest::ChildProcess localedef;
         // It warns about every category the source leaves out; those are expected.
-        localedef.setStandardOutputFile(QProcess::nullDevice());
-        localedef.setStandardErrorFile(QProcess::nullDevice());
-        localedef.start(QStringLiteral("/usr/bin/localedef"),
-                        {QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"),
-                         QStringLiteral("UTF-8"), dir_.filePath(QStringLiteral("comma"))});
-        localedef.waitForFinished(60000);
+        vltest::ChildOptions quiet;
+        quiet.discardOutput = true;
+        if (localedef.start(QStringLiteral("/usr/bin/localedef"),
+                            {QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"),
+                             QStringLiteral("UTF-8"), dir_.filePath(QStringLiteral("comma"))},
+                            quiet))
+            (void)localedef.waitForFinished(60000);
         const char* current = std::setlocale(LC_NUMERIC, nullptr);
         saved_ = current ? current : "C";
         setenv("LOCPATH", dir_.path().toLocal8Bit().constData(), 1);
