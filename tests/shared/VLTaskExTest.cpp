@@ -4,6 +4,7 @@
 
 #include "platform/foundation/PlatformException.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -256,8 +257,8 @@ TEST_F(TaskExTest, ATimerWhoseCallReturnedStillPerformsTimeout)
 
     MainThreadRequests requests;
     QCoreApplication::instance()->installEventFilter(&requests);
-    const auto guard = Clock::now() + std::chrono::seconds(30);
-    while ((!emptiedAlive.expired() || !reusedAlive.expired()) && Clock::now() < guard)
+    const QDeadlineTimer guard(std::chrono::seconds(30));
+    while ((!emptiedAlive.expired() || !reusedAlive.expired()) && !guard.hasExpired())
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     QCoreApplication::instance()->removeEventFilter(&requests);
 
