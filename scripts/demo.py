@@ -13,7 +13,13 @@ on DEMO_DIR/server, then runs the real updater:
   3. SoftwareUpdate -install group <group ID>  an installer-package update of the group
   4. SoftwareUpdate -install self <own ID>     the updater's own update, through its helper
 
-with a notification listener standing in for the vendor client, and shows what changed.
+with a notification listener standing in for the vendor client, and shows what changed. Then it
+puts the older versions back and opens the windowed application on the tree; with no display it
+renders every window and sheet offscreen into DEMO_DIR/screenshots instead and ends.
+
+  demo.py ... --screenshots FOLDER   only render the windows (scripts/screenshots.sh)
+  demo.py ... --serve                only lay out the tree and serve it: prints the environment
+                                     as one JSON line and runs until its standard input closes
 """
 
 import argparse
@@ -231,15 +237,11 @@ def show_tree(sysroot, home):
     print("In the Trash: %s" % (", ".join(sorted(os.listdir(os.path.join(home, ".Trash")))) or "nothing"))
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build", required=True)
-    parser.add_argument("--out", required=True)
-    args = parser.parse_args()
-    out = os.path.abspath(args.out)
+def prepare(out, build):
+    """Lays out the demo tree, starts its server; returns what the steps need."""
     shutil.rmtree(out, ignore_errors=True)
     os.makedirs(out)
-    sysroot, home, updater = lay_out_tree(out, os.path.abspath(args.build))
+    sysroot, home, updater = lay_out_tree(out, build)
     server_root = os.path.join(out, "server")
     make_downloads(out, server_root, updater)
     server, port = start_server(out, server_root)
@@ -248,13 +250,18 @@ def main():
         own_build = int(plistlib.load(f)["CFBundleVersion"])
     write_feeds(server_root, base, own_build)
     install_demo_apps(sysroot, base)
-
     env = dict(os.environ, HOME=home, TMPDIR=os.path.join(out, "tmp"), VELMORA_SYSROOT=sysroot,
                VELMORA_UPDATE_SERVER="https://localhost:%d" % port, VELMORA_WEB_SITE=base,
                VELMORA_CA_FILE=os.path.join(out, "certs", "ca.pem"), FAKE_INSTALLER_ALLOW_NONROOT="1")
-    executable = os.path.join(updater, "Contents", "MacOS", "SoftwareUpdate")
+    return {"out": out, "build": build, "sysroot": sysroot, "home": home, "updater": updater,
+            "server": server, "port": port, "base": base, "env": env,
+            "executable": os.path.join(updater, "Contents", "MacOS", "SoftwareUpdate")}
+
+
+def run_windowless(demo):
+    env, executable, sysroot = demo["env"], demo["executable"], demo["sysroot"]
     listener = start_listener(env)
-    print("Demo tree: %s (server https://localhost:%d)" % (out, port))
+    print("Demo tree: %s (server https://localhost:%d)" % (demo["out"], demo["port"]))
     try:
         run_step("every available update, as the vendor client reads them", [executable, "-list"], env)
         run_step("a Sparkle application, from a disk image",
@@ -262,15 +269,93 @@ def main():
         run_step("the vendor group, from an installer package", [executable, "-install", "group", GROUP_ID], env)
         run_step("the updater itself, through SoftwareUpdateHelper", [executable, "-install", "self", SELF_ID], env)
         time.sleep(2)
-        show_tree(sysroot, home)
+        show_tree(sysroot, demo["home"])
     finally:
         listener.terminate()
         messages = listener.stdout.read().splitlines()
-        server.terminate()
-        server.wait()
     print("\nNotifications the client received:")
     for line in messages:
         print("  " + line)
+
+
+def restore_applications(demo):
+    """Puts the older versions (and the built updater) back, so the window has updates to show."""
+    apps = os.path.join(demo["sysroot"], "Applications")
+    for name in os.listdir(apps):
+        shutil.rmtree(os.path.join(apps, name))
+    shutil.copytree(os.path.join(demo["build"], "Velmora Software Update.app"), demo["updater"], symlinks=True)
+    install_demo_apps(demo["sysroot"], demo["base"])
+
+
+def has_display():
+    return bool(os.environ.get("DISPLAY") or os.environ.get("WAYLAND_DISPLAY"))
+
+
+def render_screenshots(demo, folder):
+    """Renders every window and sheet offscreen from the demo tree into folder; True on success."""
+    tool = os.path.join(demo["build"], "tools", "SoftwareUpdateScreenshots")
+    if not os.path.isfile(tool):
+        print("The screenshot renderer is not built (%s)." % tool)
+        return False
+    # Inside the updater's bundle the renderer finds the bundle's icons and identity.
+    inside = os.path.join(demo["updater"], "Contents", "MacOS", "SoftwareUpdateScreenshots")
+    shutil.copy2(tool, inside)
+    os.makedirs(folder, exist_ok=True)
+    env = dict(demo["env"], QT_QPA_PLATFORM="offscreen")
+    try:
+        for extra in ([], ["--dark"], ["--scale", "1.5"]):
+            result = subprocess.run([inside, folder] + extra, env=env, capture_output=True, text=True, timeout=300)
+            for line in (result.stdout + result.stderr).splitlines():
+                print("  | " + line)
+            if result.returncode != 0:
+                return False
+    finally:
+        os.remove(inside)
+    return True
+
+
+def run_windowed(demo):
+    if not has_display():
+        folder = os.path.join(demo["out"], "screenshots")
+        print("\nNo display here, so the windows are rendered offscreen (Qt's offscreen platform) instead.")
+        if render_screenshots(demo, folder):
+            print("Screenshots of every window and sheet: %s" % folder)
+        return
+    print("\nThe update window is open on the demo tree. Install what you like; close the window or")
+    print("press Ctrl+Q to end the demo (after \"No updates found\" it closes by itself).")
+    subprocess.run([demo["executable"]], env=demo["env"])
+
+
+def serve(demo):
+    """Keeps the tree and its server up for a test: prints the environment, waits for stdin to close."""
+    keys = ("HOME", "TMPDIR", "VELMORA_SYSROOT", "VELMORA_UPDATE_SERVER", "VELMORA_WEB_SITE", "VELMORA_CA_FILE",
+            "FAKE_INSTALLER_ALLOW_NONROOT")
+    print(json.dumps({k: demo["env"][k] for k in keys}), flush=True)
+    sys.stdin.read()
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--out", required=True)
+    parser.add_argument("--screenshots", metavar="FOLDER", help="only render the windows into FOLDER")
+    parser.add_argument("--serve", action="store_true", help="only lay out the tree and serve it")
+    args = parser.parse_args()
+    demo = prepare(os.path.abspath(args.out), os.path.abspath(args.build))
+    try:
+        if args.serve:
+            serve(demo)
+        elif args.screenshots:
+            if not render_screenshots(demo, os.path.abspath(args.screenshots)):
+                return 1
+            print("Screenshots: %s" % os.path.abspath(args.screenshots))
+        else:
+            run_windowless(demo)
+            restore_applications(demo)
+            run_windowed(demo)
+    finally:
+        demo["server"].terminate()
+        demo["server"].wait()
     return 0
 
 

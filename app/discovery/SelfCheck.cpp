@@ -131,7 +131,7 @@ std::optional<UpdateRecord> AppController::checkForUpdatesToSelf()
         if (hasGUI) {
             sys::runOnMainThreadAndWait([&] { ui().reloadTableView(); });
             sys::runOnMainThreadAndWait([&] { ui().endProgress(); });
-            sys::runOnMainThreadAndWait([&] { ui().updateInstallButtonStatus(); });
+            sys::runOnMainThreadAndWait([&] { updateInstallButtonStatus(); });
             sys::runOnMainThreadAndWait([&] { ui().selectFirstItem(); });
         }
         VLLog::appendLog(QStringLiteral("Successful."));

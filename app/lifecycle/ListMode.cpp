@@ -30,7 +30,7 @@ QVariantList collectUpdates(AppController& controller, const QStringList& argume
 
 } // namespace
 
-int runListOrAutocheck(const QStringList& arguments)
+ModeOutcome runListOrAutocheck(const QStringList& arguments)
 {
     std::unique_ptr<AppController> controller = AppController::initWithoutGUI();
     const QVariantList updates = collectUpdates(*controller, arguments);
@@ -47,7 +47,7 @@ int runListOrAutocheck(const QStringList& arguments)
     if (updates.isEmpty() || AppController::isProcessRunning(QStringLiteral("Harrowlink"))
         || AppController::isProcessRunning(QStringLiteral("Tessel")))
         return 0;
-    return windowedApplicationUnavailable("-autocheck found updates and would continue as the windowed application");
+    return std::nullopt;
 }
 
 } // namespace runmodes
