@@ -39,7 +39,7 @@ TOOL_PATHS = {
     "hdiutil": "usr/bin", "killall": "usr/bin", "ditto": "usr/bin", "touch": "usr/bin",
     "pkexec": "usr/bin", "xdg-open": "usr/bin", "xattr": "usr/bin", "installer": "usr/sbin",
     "chown": "usr/sbin", "diskutil": "usr/sbin", "rm": "bin", "mv": "bin", "cp": "bin",
-    "mkdir": "bin", "chmod": "bin", "launchctl": "bin",
+    "mkdir": "bin", "chmod": "bin", "launchctl": "bin", "systemctl": "usr/bin",
 }
 GROUP_ID = "com.velmora.studio"
 SELF_ID = "com.velmora.SoftwareUpdate"

@@ -19,7 +19,8 @@ $VELMORA_SYSROOT/tool-calls.log), then acts like the real tool on the sandbox tr
   pkexec PROGRAM ARGS...          runs the program as the same user (FAKE_PKEXEC_DENY=1:
                                   status 126, as when the user refuses)
   rm mv cp mkdir chmod chown touch  run the real tool with the same arguments
-  xdg-open launchctl diskutil xattr record only, status 0
+  xdg-open launchctl systemctl diskutil xattr
+                                  record only, status 0
 
 Switches, by tool name in upper case with "-" as "_":
   FAKE_<TOOL>_STATUS=N      record, do nothing, exit N
@@ -39,7 +40,7 @@ import zipfile
 
 PASS_THROUGH = {"rm": "/bin/rm", "mv": "/bin/mv", "cp": "/bin/cp", "mkdir": "/bin/mkdir",
                 "chmod": "/bin/chmod", "chown": "/bin/chown", "touch": "/usr/bin/touch"}
-RECORD_ONLY = {"xdg-open", "launchctl", "diskutil", "xattr"}
+RECORD_ONLY = {"xdg-open", "launchctl", "systemctl", "diskutil", "xattr"}
 
 
 def sysroot():

@@ -95,7 +95,7 @@ public:
     QString createBundle(const FakeBundle& bundle);
 
     // Copies scripts/fake-tools/faketool.py to every path the program runs a system tool from
-    // (usr/bin/{hdiutil,killall,ditto,touch,xattr,xdg-open,pkexec}, usr/sbin/{installer,
+    // (usr/bin/{hdiutil,killall,ditto,touch,xattr,xdg-open,pkexec,systemctl}, usr/sbin/{installer,
     // diskutil,chown}, bin/{launchctl,rm,mv,cp,mkdir,chmod}); runs record to toolLogPath()
     // (writable by every user). Switches for failures: see the head of faketool.py.
     [[nodiscard]] bool installFakeTools();

@@ -24,7 +24,7 @@ const char* const kToolPaths[] = {
     "/usr/bin/hdiutil", "/usr/sbin/installer", "/usr/bin/killall", "/usr/bin/ditto",
     "/usr/bin/touch", "/usr/bin/xattr", "/usr/bin/xdg-open", "/usr/bin/pkexec",
     "/usr/sbin/diskutil", "/usr/sbin/chown", "/bin/launchctl", "/bin/rm", "/bin/mv",
-    "/bin/cp", "/bin/mkdir", "/bin/chmod",
+    "/bin/cp", "/bin/mkdir", "/bin/chmod", "/usr/bin/systemctl",
 };
 
 bool runTool(const QString& program, const QStringList& args)
