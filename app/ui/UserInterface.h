@@ -49,7 +49,7 @@ public:
 
     // Installation (app/install): the "update available" window hands over to the main window.
     virtual void hideUpdateWindowAndShowMainWindow() = 0;
-    // A sheet on the install progress panel (message, informative text); returns at once.
+    // A sheet on the install progress panel (message, informative text); returns once answered.
     virtual void installPanelSheet(const QString& message, const QString& info) = 0;
     // A non-blocking two-button sheet on the install progress panel. Only one at a time.
     virtual void beginInstallPanelSheet(const QString& message, const QString& defaultButton,

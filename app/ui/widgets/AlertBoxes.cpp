@@ -2,13 +2,15 @@
 
 #include <QApplication>
 #include <QIcon>
+#include <QLabel>
 #include <QMessageBox>
-#include <QPointer>
 #include <QPushButton>
 
 namespace alerts {
 
 namespace {
+const char* const kAnswerProperty = "alertReturnCode";
+} // namespace
 
 QMessageBox* makeBox(QWidget* parent, const AlertText& text)
 {
@@ -17,25 +19,39 @@ QMessageBox* makeBox(QWidget* parent, const AlertText& text)
     box->setWindowTitle(QApplication::applicationDisplayName());
     box->setText(text.message);
     box->setInformativeText(text.info);
+    if (auto* message = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+        QFont bold = message->font();
+        bold.setBold(true);
+        message->setFont(bold);
+    }
+    if (auto* info = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel")))
+        info->setMinimumWidth(info->fontMetrics().averageCharWidth() * 40);
     const QIcon icon = QApplication::windowIcon();
     if (!icon.isNull())
         box->setIconPixmap(icon.pixmap(QSize(64, 64), box->devicePixelRatio()));
-    QPushButton* primary = box->addButton(text.defaultButton.isEmpty() ? QStringLiteral("OK") : text.defaultButton,
-                                          QMessageBox::AcceptRole);
+    const auto add = [box](const QString& title, QMessageBox::ButtonRole role, int code) {
+        QPushButton* button = box->addButton(title, role);
+        button->setProperty(kAnswerProperty, code);
+        return button;
+    };
+    QPushButton* primary = add(text.defaultButton.isEmpty() ? QStringLiteral("OK") : text.defaultButton,
+                               QMessageBox::AcceptRole, 1);
     box->setDefaultButton(primary);
     box->setEscapeButton(primary);
+    if (!text.otherButton.isEmpty())
+        add(text.otherButton, QMessageBox::DestructiveRole, -1);
     if (!text.alternateButton.isEmpty())
-        box->setEscapeButton(box->addButton(text.alternateButton, QMessageBox::RejectRole));
+        box->setEscapeButton(add(text.alternateButton, QMessageBox::RejectRole, 0));
     box->setAccessibleName(text.message);
+    box->setAccessibleDescription(text.info);
     return box;
 }
 
 int answerOf(const QMessageBox* box)
 {
-    return box->clickedButton() == box->defaultButton() ? 1 : 0;
+    const QAbstractButton* clicked = box->clickedButton();
+    return clicked ? clicked->property(kAnswerProperty).toInt() : 1;
 }
-
-} // namespace
 
 QMessageBox* showSheet(QWidget* parent, const AlertText& text, std::function<void(int answer)> ended)
 {
@@ -47,24 +63,8 @@ QMessageBox* showSheet(QWidget* parent, const AlertText& text, std::function<voi
             ended(answerOf(box));
     });
     box->open();
+    box->activateWindow();
     return box;
-}
-
-int runSheet(QWidget* parent, const AlertText& text)
-{
-    QPointer<QMessageBox> box = makeBox(parent, text);
-    box->setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
-    box->exec();
-    if (!box)
-        return 0;
-    const int answer = answerOf(box);
-    delete box;
-    return answer;
-}
-
-int runPanel(const AlertText& text)
-{
-    return runSheet(nullptr, text);
 }
 
 } // namespace alerts

@@ -8,22 +8,28 @@
 #include "ReleaseNotesBrowser.h"
 #include "UpdateProgressSheet.h"
 #include "UpdateWindow.h"
+#include "WidgetsAlertPresenter.h"
+#include "shared/VLAlert.h"
 
 #include <QApplication>
-#include <QMessageBox>
 
 WidgetsUserInterface::WidgetsUserInterface(QString resourceFolder)
     : resourceFolder_(std::move(resourceFolder))
 {
 }
 
-WidgetsUserInterface::~WidgetsUserInterface() = default;
+WidgetsUserInterface::~WidgetsUserInterface()
+{
+    if (mainWindow_)
+        VLAlert::setPresenter(nullptr);
+}
 
 void WidgetsUserInterface::attach(AppController& controller)
 {
     controller_ = &controller;
     mainWindow_ = std::make_unique<MainWindow>(controller, resourceFolder_);
     updateWindow_ = std::make_unique<UpdateWindow>(controller, resourceFolder_);
+    VLAlert::setPresenter(std::make_shared<WidgetsAlertPresenter>(mainWindow_.get()));
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, mainWindow_.get(), [this] { finish(); });
 }
 
@@ -35,6 +41,11 @@ void WidgetsUserInterface::finish()
     if (mainWindow_->isVisible())
         mainWindow_->saveWindowState();
     controller_->applicationWillTerminate();
+}
+
+QWidget* WidgetsUserInterface::installPanel() const
+{
+    return mainWindow_->windowInstallProgress();
 }
 
 QWidget* WidgetsUserInterface::sheetParent() const
@@ -153,13 +164,14 @@ void WidgetsUserInterface::setDownloadProgressIndeterminate()
 
 void WidgetsUserInterface::alertPanel(const QString& message, const QString& info)
 {
-    alerts::runPanel({message, info, {}, {}});
+    VLAlert::alertSheetWithMessageText(message, info, nullptr);
 }
 
 int WidgetsUserInterface::blockingSheet(const QString& message, const QString& defaultButton,
                                         const QString& alternateButton, const QString& info)
 {
-    return alerts::runSheet(sheetParent(), {message, info, defaultButton, alternateButton});
+    return VLAlert::alertSheetWithMessageText(message, defaultButton, alternateButton, QString(), info,
+                                              sheetParent(), true);
 }
 
 void WidgetsUserInterface::hideUpdateWindowAndShowMainWindow()
@@ -170,31 +182,31 @@ void WidgetsUserInterface::hideUpdateWindowAndShowMainWindow()
 
 void WidgetsUserInterface::installPanelSheet(const QString& message, const QString& info)
 {
-    alerts::showSheet(mainWindow_->windowInstallProgress(), {message, info, {}, {}}, nullptr);
+    VLAlert::alertSheetWithMessageText(message, info, installPanel());
 }
 
 void WidgetsUserInterface::beginInstallPanelSheet(const QString& message, const QString& defaultButton,
                                                   const QString& alternateButton, const QString& info)
 {
     closeInstallPanelSheet();
-    installPanelSheetAnswer_ = -1;
-    installPanelSheet_ = alerts::showSheet(mainWindow_->windowInstallProgress(),
-                                           {message, info, defaultButton, alternateButton},
-                                           [this](int answer) { installPanelSheetAnswer_ = answer; });
+    installPanelSheet_ = VLAlert::create();
+    VLAlert::alertSheetWithMessageText(message, defaultButton, alternateButton, QString(), info, installPanel(),
+                                       nullptr, QString(), false, installPanelSheet_);
 }
 
 int WidgetsUserInterface::installPanelSheetResult()
 {
-    return installPanelSheetAnswer_;
+    if (!installPanelSheet_ || !installPanelSheet_->alertEnded())
+        return -1;
+    return installPanelSheet_->returnCode();
 }
 
 void WidgetsUserInterface::closeInstallPanelSheet()
 {
-    if (installPanelSheet_ && installPanelSheet_->isVisible()) {
-        // Ordered out without an answer: the sheet's end handler must not run.
-        installPanelSheet_->disconnect();
-        installPanelSheet_->close();
-    }
+    if (!installPanelSheet_)
+        return;
+    installPanelSheet_->closeAlert();
+    installPanelSheet_.reset();
 }
 
 void WidgetsUserInterface::hideApplication()

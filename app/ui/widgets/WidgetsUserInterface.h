@@ -4,22 +4,20 @@
 // performs what the controller asks of the interface.
 //
 // Lifecycle: made before the controller (which takes ownership of it), then attached to that
-// controller; the windows are made at attach(). Ending the application goes through
+// controller; the windows, and the alert presenter VLAlert uses, are made at attach(). Ending the application goes through
 // terminateApplication() or the application's own quit: either way the controller's
 // applicationWillTerminate() runs once and the window's state is stored.
 // Main thread only (workers reach it through sys::runOnMainThreadAndWait).
 
 #include "ui/UserInterface.h"
 
-#include <QPointer>
-
 #include <memory>
 
 class AppController;
 class MainWindow;
-class QMessageBox;
 class QWidget;
 class UpdateWindow;
+class VLAlert;
 
 class WidgetsUserInterface final : public UserInterface {
 public:
@@ -73,15 +71,15 @@ public:
     void showUpdateWindow() override;
 
 private:
-    // The window alerts attach to: the install sheet while it is up, else the main window.
+    // The window alerts attach to: the install sheet while it is up, else the visible window.
     QWidget* sheetParent() const;
+    QWidget* installPanel() const;
 
     QString resourceFolder_;
     AppController* controller_ = nullptr; // owns this object
     std::unique_ptr<MainWindow> mainWindow_;
     std::unique_ptr<UpdateWindow> updateWindow_;
-    QPointer<QMessageBox> installPanelSheet_;
-    int installPanelSheetAnswer_ = -1;
+    std::shared_ptr<VLAlert> installPanelSheet_; // the running-application sheet, while it is up
     bool finished_ = false;
     bool terminationRequested_ = false;
 };
