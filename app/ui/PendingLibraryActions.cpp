@@ -1,5 +1,5 @@
-// Unfinished: these actions wait for the support library's job, site-link and troubleshooting
-// classes. Until then each only says in the log that it is not available in this build.
+// Unfinished: these actions wait for the support library's troubleshooting class. Until then
+// each only says in the log that it is not available in this build.
 
 #include "AppController.h"
 
@@ -12,11 +12,6 @@ void unavailable(const char* action)
 }
 } // namespace
 
-void AppController::startAutoUpdateCheckJob() { unavailable("startAutoUpdateCheckJob"); }
-void AppController::stopAutoUpdateCheckJob() { unavailable("stopAutoUpdateCheckJob"); }
-void AppController::helpReportBug() { unavailable("helpReportBug"); }
-void AppController::helpSuggestFeature() { unavailable("helpSuggestFeature"); }
-void AppController::helpVLHome() { unavailable("helpVLHome"); }
 void AppController::viewLog() { unavailable("viewLog"); }
 void AppController::viewHelperLog() { unavailable("viewHelperLog"); }
 void AppController::gatherLogs() { unavailable("gatherLogs"); }
