@@ -1,0 +1,262 @@
+// The windowed application as a user drives it, on a real X server (Xvfb) against the demo
+// tree: it opens, checks and lists the update, Return installs the selected update, the list is
+// checked again, and Return on the "No updates found" alert quits it, because "autoQuit" is 1.
+//
+// Keys are typed through the X server's test extension (libXtst, loaded at run time), so the
+// application receives them exactly as it would from a keyboard. Skipped, with the reason, only
+// when Xvfb or the extension's library is missing.
+
+#include "support/Sandbox.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <functional>
+
+namespace {
+
+// The few X calls needed to type a key, taken from libX11 and libXtst at run time.
+class XKeyboard {
+public:
+    ~XKeyboard()
+    {
+        if (display_)
+            closeDisplay_(display_);
+        for (void* library : {xtst_, x11_}) {
+            if (library)
+                dlclose(library);
+        }
+    }
+
+    QString open(const QString& display)
+    {
+        x11_ = dlopen("libX11.so.6", RTLD_NOW);
+        xtst_ = dlopen("libXtst.so.6", RTLD_NOW);
+        if (!x11_ || !xtst_)
+            return QStringLiteral("libX11.so.6 or libXtst.so.6 is not installed");
+        openDisplay_ = reinterpret_cast<OpenDisplay>(dlsym(x11_, "XOpenDisplay"));
+        closeDisplay_ = reinterpret_cast<CloseDisplay>(dlsym(x11_, "XCloseDisplay"));
+        keysymToKeycode_ = reinterpret_cast<KeysymToKeycode>(dlsym(x11_, "XKeysymToKeycode"));
+        flush_ = reinterpret_cast<Flush>(dlsym(x11_, "XFlush"));
+        fakeKey_ = reinterpret_cast<FakeKey>(dlsym(xtst_, "XTestFakeKeyEvent"));
+        if (!openDisplay_ || !closeDisplay_ || !keysymToKeycode_ || !flush_ || !fakeKey_)
+            return QStringLiteral("the X libraries lack a needed function");
+        display_ = openDisplay_(display.toLatin1().constData());
+        return display_ ? QString() : QStringLiteral("cannot open display ") + display;
+    }
+
+    void pressReturn()
+    {
+        constexpr unsigned long kReturn = 0xff0d;
+        const unsigned char code = keysymToKeycode_(display_, kReturn);
+        fakeKey_(display_, code, 1, 0);
+        fakeKey_(display_, code, 0, 0);
+        flush_(display_);
+    }
+
+private:
+    using OpenDisplay = void* (*)(const char*);
+    using CloseDisplay = int (*)(void*);
+    using KeysymToKeycode = unsigned char (*)(void*, unsigned long);
+    using Flush = int (*)(void*);
+    using FakeKey = int (*)(void*, unsigned int, int, unsigned long);
+
+    void* x11_ = nullptr;
+    void* xtst_ = nullptr;
+    void* display_ = nullptr;
+    OpenDisplay openDisplay_ = nullptr;
+    CloseDisplay closeDisplay_ = nullptr;
+    KeysymToKeycode keysymToKeycode_ = nullptr;
+    Flush flush_ = nullptr;
+    FakeKey fakeKey_ = nullptr;
+};
+
+// An X server of its own on the first free display number.
+class VirtualDisplay {
+public:
+    ~VirtualDisplay()
+    {
+        if (server_.state() != QProcess::NotRunning) {
+            server_.terminate();
+            server_.waitForFinished(5000);
+        }
+    }
+
+    QString start()
+    {
+        const QString xvfb = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
+        if (xvfb.isEmpty())
+            return QStringLiteral("Xvfb is not installed");
+        for (int number = 140; number < 200; ++number) {
+            if (QFileInfo::exists(QStringLiteral("/tmp/.X%1-lock").arg(number))
+                || QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(number)))
+                continue;
+            const QString socket = QStringLiteral("/tmp/.X11-unix/X%1").arg(number);
+            server_.start(xvfb, {QStringLiteral(":%1").arg(number), QStringLiteral("-screen"), QStringLiteral("0"),
+                                 QStringLiteral("1280x900x24"), QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+            if (!server_.waitForStarted(5000))
+                continue;
+            QDeadlineTimer deadline(15000);
+            bool ended = false;
+            while (!deadline.hasExpired() && !QFileInfo::exists(socket) && !ended)
+                ended = server_.waitForFinished(50);
+            if (!ended && QFileInfo::exists(socket)) {
+                name_ = QStringLiteral(":%1").arg(number);
+                return {};
+            }
+            server_.kill();
+            server_.waitForFinished(5000);
+        }
+        return QStringLiteral("no Xvfb display could be started");
+    }
+
+    QString name() const { return name_; }
+
+private:
+    QProcess server_;
+    QString name_;
+};
+
+// The demo tree with its HTTPS server, laid out by scripts/demo.py, up while this object lives.
+class DemoTree {
+public:
+    ~DemoTree()
+    {
+        demo_.closeWriteChannel();
+        if (!demo_.waitForFinished(10000))
+            demo_.kill();
+    }
+
+    bool start(const QString& folder)
+    {
+        demo_.start(QStringLiteral("/usr/bin/python3"),
+                    {QStringLiteral(VELMORA_SOURCE_DIR "/scripts/demo.py"), QStringLiteral("--build"),
+                     QStringLiteral(VELMORA_BINARY_DIR), QStringLiteral("--out"), folder, QStringLiteral("--serve")});
+        QDeadlineTimer deadline(120000);
+        while (!demo_.canReadLine() && !deadline.hasExpired() && demo_.state() != QProcess::NotRunning)
+            demo_.waitForReadyRead(500);
+        environment_ = QJsonDocument::fromJson(demo_.readLine()).object();
+        return !environment_.isEmpty();
+    }
+
+    QString value(const char* key) const { return environment_.value(QString::fromLatin1(key)).toString(); }
+    QString sysPath(const QString& absolute) const { return value("VELMORA_SYSROOT") + absolute; }
+
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (auto it = environment_.begin(); it != environment_.end(); ++it)
+            env.insert(it.key(), it.value().toString());
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        return env;
+    }
+
+private:
+    QProcess demo_;
+    QJsonObject environment_;
+};
+
+QString logText(const DemoTree& demo)
+{
+    QString text;
+    for (const QString& folder : {demo.sysPath(QStringLiteral("/Library/Logs/Velmora")),
+                                  demo.value("HOME") + QStringLiteral("/Library/Logs/Velmora")}) {
+        for (const QFileInfo& file : QDir(folder).entryInfoList({QStringLiteral("*.log")}, QDir::Files)) {
+            QFile log(file.filePath());
+            if (log.open(QIODevice::ReadOnly))
+                text += QString::fromUtf8(log.readAll());
+        }
+    }
+    return text;
+}
+
+QString shortVersionOf(const QString& bundle)
+{
+    QFile info(bundle + QStringLiteral("/Contents/Info.plist"));
+    if (!info.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray text = info.readAll();
+    const qsizetype key = text.indexOf("CFBundleShortVersionString");
+    const qsizetype open = text.indexOf("<string>", key) + 8;
+    return key < 0 ? QString() : QString::fromUtf8(text.mid(open, text.indexOf("</string>", open) - open));
+}
+
+// Presses Return, again every `spacingMs` while `done` does not hold yet (the window may not have
+// the keyboard focus at once), until it holds or the updater ends; false on the guard's expiry.
+bool pressReturnUntil(XKeyboard& keyboard, QProcess& updater, int spacingMs, const std::function<bool()>& done)
+{
+    QDeadlineTimer deadline(150000);
+    while (!done()) {
+        if (deadline.hasExpired() || updater.state() == QProcess::NotRunning)
+            return done();
+        keyboard.pressReturn();
+        QDeadlineTimer next(spacingMs);
+        while (!next.hasExpired() && !done())
+            updater.waitForFinished(50); // also notices the updater's end
+    }
+    return true;
+}
+
+TEST(WindowedEndToEnd, OpensListsInstallsTheSelectedUpdateAndQuitsThroughTheAlert)
+{
+    VirtualDisplay display;
+    if (const QString problem = display.start(); !problem.isEmpty())
+        GTEST_SKIP() << problem.toStdString();
+    XKeyboard keyboard;
+    if (const QString problem = keyboard.open(display.name()); !problem.isEmpty())
+        GTEST_SKIP() << problem.toStdString();
+
+    QTemporaryDir folder;
+    DemoTree demo;
+    ASSERT_TRUE(demo.start(folder.filePath(QStringLiteral("demo"))));
+    // Only the Sparkle application keeps an update, so the check after installing it finds none.
+    for (const char* name : {"/Applications/Velmora Cut.app", "/Applications/Velmora Color.app"})
+        ASSERT_TRUE(QDir(demo.sysPath(QString::fromLatin1(name))).removeRecursively());
+    const QString notes = demo.sysPath(QStringLiteral("/Applications/Velmora Notes.app"));
+    ASSERT_EQ(shortVersionOf(notes), QStringLiteral("1.2"));
+
+    QProcess updater;
+    QProcessEnvironment env = demo.environment();
+    env.insert(QStringLiteral("DISPLAY"), display.name());
+    updater.setProcessEnvironment(env);
+    updater.setProcessChannelMode(QProcess::MergedChannels);
+    updater.start(demo.sysPath(QStringLiteral("/Applications/Velmora Software Update.app/Contents/MacOS/SoftwareUpdate")),
+                  {});
+    ASSERT_TRUE(updater.waitForStarted());
+
+    const auto logHas = [&](const char* line) { return logText(demo).contains(QString::fromLatin1(line)); };
+    QDeadlineTimer listed(120000);
+    while (!logHas("Loading data into TableView...") && !listed.hasExpired() && !updater.waitForFinished(100)) {
+    }
+    ASSERT_TRUE(logHas("Loading data into TableView...")) << logText(demo).toStdString();
+
+    EXPECT_TRUE(pressReturnUntil(keyboard, updater, 4000, [&] { return logHas("Beginning installation..."); }))
+        << "Return did not start the installation\n" << logText(demo).toStdString();
+    EXPECT_TRUE(pressReturnUntil(keyboard, updater, 4000, [&] { return logHas("No updates found."); }))
+        << logText(demo).toStdString();
+    EXPECT_TRUE(pressReturnUntil(keyboard, updater, 1000, [&] { return updater.state() == QProcess::NotRunning; }));
+    if (updater.state() != QProcess::NotRunning) {
+        updater.kill();
+        updater.waitForFinished(5000);
+    }
+
+    EXPECT_EQ(updater.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(updater.exitCode(), 0) << updater.readAll().toStdString();
+    EXPECT_EQ(shortVersionOf(notes), QStringLiteral("1.3"));
+    const QString log = logText(demo);
+    EXPECT_TRUE(log.contains(QStringLiteral("Installing Sparkle app Velmora Notes 1.3..."))) << log.toStdString();
+}
+
+} // namespace
