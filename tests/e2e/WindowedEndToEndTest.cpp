@@ -1,6 +1,7 @@
 // The windowed application as a user drives it, on a real X server (Xvfb) against the demo
 // tree: it opens, checks and lists the update, Return installs the selected update, the list is
 // checked again, and Return on the "No updates found" alert quits it, because "autoQuit" is 1.
+// And a copy inside another application's bundle refuses to run.
 //
 // Keys are typed through the X server's test extension (libXtst, loaded at run time), so the
 // application receives them exactly as it would from a keyboard. Skipped, with the reason, only
@@ -209,54 +210,96 @@ bool pressReturnUntil(XKeyboard& keyboard, QProcess& updater, int spacingMs, con
     return true;
 }
 
-TEST(WindowedEndToEnd, OpensListsInstallsTheSelectedUpdateAndQuitsThroughTheAlert)
-{
-    VirtualDisplay display;
-    if (const QString problem = display.start(); !problem.isEmpty())
-        GTEST_SKIP() << problem.toStdString();
-    XKeyboard keyboard;
-    if (const QString problem = keyboard.open(display.name()); !problem.isEmpty())
-        GTEST_SKIP() << problem.toStdString();
+// One X server, its keyboard and the demo tree per test.
+class WindowedEndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const QString problem = display_.start(); !problem.isEmpty())
+            GTEST_SKIP() << problem.toStdString();
+        if (const QString problem = keyboard_.open(display_.name()); !problem.isEmpty())
+            GTEST_SKIP() << problem.toStdString();
+        ASSERT_TRUE(demo_.start(folder_.filePath(QStringLiteral("demo"))));
+    }
+    void TearDown() override
+    {
+        if (updater_.state() != QProcess::NotRunning) {
+            updater_.kill();
+            updater_.waitForFinished(5000);
+        }
+    }
 
-    QTemporaryDir folder;
-    DemoTree demo;
-    ASSERT_TRUE(demo.start(folder.filePath(QStringLiteral("demo"))));
+    void startUpdater(const QString& bundle)
+    {
+        QProcessEnvironment env = demo_.environment();
+        env.insert(QStringLiteral("DISPLAY"), display_.name());
+        updater_.setProcessEnvironment(env);
+        updater_.setProcessChannelMode(QProcess::MergedChannels);
+        updater_.start(bundle + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {});
+        ASSERT_TRUE(updater_.waitForStarted());
+    }
+    bool logHas(const char* line) const { return logText(demo_).contains(QString::fromLatin1(line)); }
+    bool pressReturnUntil(int spacingMs, const std::function<bool()>& done)
+    {
+        return ::pressReturnUntil(keyboard_, updater_, spacingMs, done);
+    }
+    bool ended() const { return updater_.state() == QProcess::NotRunning; }
+
+    QTemporaryDir folder_;
+    VirtualDisplay display_;
+    XKeyboard keyboard_;
+    DemoTree demo_;
+    QProcess updater_;
+};
+
+TEST_F(WindowedEndToEnd, OpensListsInstallsTheSelectedUpdateAndQuitsThroughTheAlert)
+{
     // Only the Sparkle application keeps an update, so the check after installing it finds none.
     for (const char* name : {"/Applications/Velmora Cut.app", "/Applications/Velmora Color.app"})
-        ASSERT_TRUE(QDir(demo.sysPath(QString::fromLatin1(name))).removeRecursively());
-    const QString notes = demo.sysPath(QStringLiteral("/Applications/Velmora Notes.app"));
+        ASSERT_TRUE(QDir(demo_.sysPath(QString::fromLatin1(name))).removeRecursively());
+    const QString notes = demo_.sysPath(QStringLiteral("/Applications/Velmora Notes.app"));
     ASSERT_EQ(shortVersionOf(notes), QStringLiteral("1.2"));
 
-    QProcess updater;
-    QProcessEnvironment env = demo.environment();
-    env.insert(QStringLiteral("DISPLAY"), display.name());
-    updater.setProcessEnvironment(env);
-    updater.setProcessChannelMode(QProcess::MergedChannels);
-    updater.start(demo.sysPath(QStringLiteral("/Applications/Velmora Software Update.app/Contents/MacOS/SoftwareUpdate")),
-                  {});
-    ASSERT_TRUE(updater.waitForStarted());
-
-    const auto logHas = [&](const char* line) { return logText(demo).contains(QString::fromLatin1(line)); };
+    startUpdater(demo_.sysPath(QStringLiteral("/Applications/Velmora Software Update.app")));
     QDeadlineTimer listed(120000);
-    while (!logHas("Loading data into TableView...") && !listed.hasExpired() && !updater.waitForFinished(100)) {
+    while (!logHas("Loading data into TableView...") && !listed.hasExpired() && !updater_.waitForFinished(100)) {
     }
-    ASSERT_TRUE(logHas("Loading data into TableView...")) << logText(demo).toStdString();
+    ASSERT_TRUE(logHas("Loading data into TableView...")) << logText(demo_).toStdString();
 
-    EXPECT_TRUE(pressReturnUntil(keyboard, updater, 4000, [&] { return logHas("Beginning installation..."); }))
-        << "Return did not start the installation\n" << logText(demo).toStdString();
-    EXPECT_TRUE(pressReturnUntil(keyboard, updater, 4000, [&] { return logHas("No updates found."); }))
-        << logText(demo).toStdString();
-    EXPECT_TRUE(pressReturnUntil(keyboard, updater, 1000, [&] { return updater.state() == QProcess::NotRunning; }));
-    if (updater.state() != QProcess::NotRunning) {
-        updater.kill();
-        updater.waitForFinished(5000);
-    }
+    EXPECT_TRUE(pressReturnUntil(4000, [&] { return logHas("Beginning installation..."); }))
+        << "Return did not start the installation\n" << logText(demo_).toStdString();
+    EXPECT_TRUE(pressReturnUntil(4000, [&] { return logHas("No updates found."); })) << logText(demo_).toStdString();
+    EXPECT_TRUE(pressReturnUntil(1000, [&] { return ended(); }));
 
-    EXPECT_EQ(updater.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(updater.exitCode(), 0) << updater.readAll().toStdString();
+    EXPECT_EQ(updater_.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(updater_.exitCode(), 0) << updater_.readAll().toStdString();
     EXPECT_EQ(shortVersionOf(notes), QStringLiteral("1.3"));
-    const QString log = logText(demo);
-    EXPECT_TRUE(log.contains(QStringLiteral("Installing Sparkle app Velmora Notes 1.3..."))) << log.toStdString();
+    EXPECT_TRUE(logHas("Installing Sparkle app Velmora Notes 1.3...")) << logText(demo_).toStdString();
+    // The copy in the applications folder keeps the weekly job, with "autoUpdateCheck" at its default 1.
+    QFile job(demo_.value("HOME") + QStringLiteral("/Library/LaunchAgents/com.velmora.SoftwareUpdateAutoCheck.plist"));
+    ASSERT_TRUE(job.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(job.readAll().contains("<string>-autocheck</string>"));
+}
+
+TEST_F(WindowedEndToEnd, ACopyInsideAnotherApplicationRefusesToRunAndRemovesTheJob)
+{
+    const QString inside = demo_.sysPath(QStringLiteral("/Applications/Velmora Notes.app/Contents/Resources/Velmora Software Update.app"));
+    ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/cp"),
+                                {QStringLiteral("-a"), demo_.sysPath(QStringLiteral("/Applications/Velmora Software Update.app")), inside}),
+              0);
+    const QString job = demo_.value("HOME") + QStringLiteral("/Library/LaunchAgents/com.velmora.SoftwareUpdateAutoCheck.plist");
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(job).path()));
+    QFile jobFile(job);
+    ASSERT_TRUE(jobFile.open(QIODevice::WriteOnly));
+    jobFile.write("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>Label</key>"
+                  "<string>com.velmora.SoftwareUpdateAutoCheck</string></dict></plist>");
+    jobFile.close();
+
+    startUpdater(inside);
+    EXPECT_TRUE(pressReturnUntil(1500, [&] { return ended(); })) << "the refusal's alert did not end the application";
+    EXPECT_EQ(updater_.exitCode(), 0) << updater_.readAll().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(job));
+    EXPECT_FALSE(logHas("Beginning update check...")) << logText(demo_).toStdString();
 }
 
 } // namespace

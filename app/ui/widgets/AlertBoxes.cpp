@@ -53,17 +53,27 @@ int answerOf(const QMessageBox* box)
     return clicked ? clicked->property(kAnswerProperty).toInt() : 1;
 }
 
+void present(QMessageBox* box)
+{
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    if (box->parentWidget()) {
+        box->open(); // window-modal on its parent
+    } else {
+        box->setWindowModality(Qt::ApplicationModal);
+        box->show();
+    }
+    box->raise();
+    box->activateWindow();
+}
+
 QMessageBox* showSheet(QWidget* parent, const AlertText& text, std::function<void(int answer)> ended)
 {
     QMessageBox* box = makeBox(parent, text);
-    box->setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
-    box->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(box, &QMessageBox::finished, box, [box, ended = std::move(ended)] {
         if (ended)
             ended(answerOf(box));
     });
-    box->open();
-    box->activateWindow();
+    present(box);
     return box;
 }
 

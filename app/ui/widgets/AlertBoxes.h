@@ -28,6 +28,9 @@ struct AlertText {
 QMessageBox* makeBox(QWidget* parent, const AlertText& text);
 // The return code of the button that ended `box`.
 int answerOf(const QMessageBox* box);
+// Puts `box` on screen: a window-modal sheet on its parent, or an application-modal alert when
+// it has none. Returns at once; the box deletes itself when it ends.
+void present(QMessageBox* box);
 // Shows a window-modal sheet on `parent` (application-modal without one) that deletes itself
 // when it ends; returns at once and hands the answer to `ended`.
 QMessageBox* showSheet(QWidget* parent, const AlertText& text, std::function<void(int answer)> ended);

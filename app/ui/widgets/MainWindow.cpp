@@ -3,6 +3,7 @@
 #include "AppController.h"
 #include "InstallProgressSheet.h"
 #include "PreferencesWindow.h"
+#include "SheetFocus.h"
 #include "UpdateProgressSheet.h"
 #include "UpdateTableModel.h"
 #include "platform/system/UserDefaults.h"
@@ -44,6 +45,9 @@ MainWindow::MainWindow(AppController& controller, const QString& resourceFolder)
     connect(ui_->installBtn, &QPushButton::clicked, this, [this] { controller_.installClick(); });
     setUpTable();
     setUpMenus();
+    sheets::keepKeysOnSheets(this);
+    sheets::keepKeysOnSheets(installProgress_); // its running-application and checksum sheets
+    validateMenuItems();
     restoreWindowState();
 }
 

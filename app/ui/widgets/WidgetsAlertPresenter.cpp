@@ -27,8 +27,6 @@ public:
     {
         QWidget* parent = qobject_cast<QWidget*>(window);
         box_ = alerts::makeBox(parent, text_);
-        box_->setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
-        box_->setAttribute(Qt::WA_DeleteOnClose);
         if (suppression_) {
             auto* check = new QCheckBox(QStringLiteral("Do not show this message again"), box_);
             check->setChecked(suppressionChecked_);
@@ -44,8 +42,7 @@ public:
             if (handler)
                 handler(alerts::answerOf(box));
         });
-        box_->open();
-        box_->activateWindow();
+        alerts::present(box_);
     }
 
     bool isWindowVisible() const override { return box_ && box_->isVisible(); }

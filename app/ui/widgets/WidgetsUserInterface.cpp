@@ -67,7 +67,7 @@ void WidgetsUserInterface::showMainWindow()
 
 bool WidgetsUserInterface::isMainWindowVisible()
 {
-    return mainWindow_->isVisible();
+    return mainWindow_ && mainWindow_->isVisible(); // asked while the window is being made, too
 }
 
 void WidgetsUserInterface::reloadTableView()
