@@ -306,7 +306,8 @@ def render_screenshots(demo, folder):
         for extra in ([], ["--dark"], ["--scale", "1.5"]):
             result = subprocess.run([inside, folder] + extra, env=env, capture_output=True, text=True, timeout=300)
             for line in (result.stdout + result.stderr).splitlines():
-                print("  | " + line)
+                if "does not support" not in line and "XDG_RUNTIME_DIR" not in line:
+                    print("  | " + line)
             if result.returncode != 0:
                 return False
     finally:

@@ -147,8 +147,22 @@ static int renderAll(const Options& options, WidgetsUserInterface& windows, AppC
         std::fprintf(stderr, "The check found no updates to show.\n");
         return 1;
     }
+    // The update with the longest notes shows the most of the window.
+    UpdateRecord shown;
+    int shownRow = 0;
+    {
+        std::lock_guard lock(controller.dataArrayLock);
+        for (int row = 0; row < controller.dataArray.size(); ++row) {
+            const UpdateRecord& candidate = controller.dataArray.at(row);
+            if (shown.isEmpty() || candidate.value(record::kChangeList).toString().size()
+                                       > shown.value(record::kChangeList).toString().size()) {
+                shown = candidate;
+                shownRow = row;
+            }
+        }
+    }
     main->resize(760, 560);
-    main->selectFirstItem();
+    main->tableView()->selectRow(shownRow);
     bool ok = save(options, QStringLiteral("main-window"), main->grab());
 
     windows.showUpdateProgress();
@@ -156,11 +170,7 @@ static int renderAll(const Options& options, WidgetsUserInterface& windows, AppC
     ok = save(options, QStringLiteral("check-progress"), withSheet(main, main->windowUpdateProgress())) && ok;
     windows.endProgress();
 
-    UpdateRecord first;
-    {
-        std::lock_guard lock(controller.dataArrayLock);
-        first = controller.dataArray.first();
-    }
+    const UpdateRecord& first = shown;
     const double total = first.value(record::kSize).toDouble() > 0 ? first.value(record::kSize).toDouble() : 42070016.0;
     windows.showInstallProgress();
     controller.setInstallStatus(QStringLiteral("Downloading %1...").arg(first.value(record::kTitle).toString()));
@@ -182,7 +192,7 @@ static int renderAll(const Options& options, WidgetsUserInterface& windows, AppC
     if (alert)
         alert->hide();
 
-    // The single-update prompt, as a vendor application's link opens it for the first record.
+    // The single-update prompt, as a vendor application's link opens it for the shown record.
     main->hide();
     sys::UserDefaults::standard().setObject(first, prefs::kUpdateGroupDict);
     sys::UserDefaults::standard().setArguments({QStringLiteral("SoftwareUpdate"), QStringLiteral("-checkpath"),
