@@ -1,5 +1,6 @@
 #include "BundleReplacer.h"
 
+#include "platform/system/Bundle.h"
 #include "shared/VLLog.h"
 
 #include <QCoreApplication>
@@ -34,6 +35,13 @@ QString sibling(const QString& destination, const char* kind)
 {
     return QFileInfo(destination).absolutePath() + QLatin1Char('/') + siblingPrefix(destination, kind)
         + QString::number(QCoreApplication::applicationPid());
+}
+
+bool hasRunnableExecutable(const QString& bundle)
+{
+    const std::optional<sys::Bundle> found = sys::Bundle::bundleWithPath(bundle);
+    const std::optional<QString> executable = found ? found->executablePath() : std::nullopt;
+    return executable && QFileInfo(*executable).isExecutable();
 }
 
 void removeTree(const QString& path)
@@ -97,6 +105,10 @@ ReplaceResult replaceBundle(const QString& source, const QString& destination)
         result.detail = QStringLiteral("%1 is not a folder").arg(source);
         return result;
     }
+    if (!hasRunnableExecutable(source)) {
+        result.detail = QStringLiteral("%1 has no executable that can be run").arg(source);
+        return result;
+    }
     const QString staging = sibling(destination, "new");
     const QString aside = sibling(destination, "old");
     VLLog::appendLog(QStringLiteral("Copying %@ to %@..."), source, staging);
@@ -117,17 +129,39 @@ ReplaceResult replaceBundle(const QString& source, const QString& destination)
         QString why;
         if (hadOld && !renamePath(aside, destination, &why)) {
             result.status = ReplaceStatus::FailedOldMovedAside;
+            result.previous = aside;
             result.detail += QStringLiteral("; the old bundle stays at %1 (%2)").arg(aside, why);
         }
         removeTree(staging);
         return result;
     }
-    if (hadOld) {
-        VLLog::appendLog(QStringLiteral("Removing the old bundle..."));
-        removeTree(aside);
-    }
     result.status = ReplaceStatus::Replaced;
+    if (hadOld)
+        result.previous = aside;
     return result;
+}
+
+void discardPrevious(const ReplaceResult& replaced)
+{
+    if (replaced.previous.isEmpty())
+        return;
+    VLLog::appendLog(QStringLiteral("Removing the old bundle..."));
+    removeTree(replaced.previous);
+}
+
+bool putPreviousBack(const QString& destination, const QString& previous, QString* why)
+{
+    const QString rejected = sibling(destination, "new");
+    VLLog::appendLog(QStringLiteral("Putting the old bundle back in place..."));
+    if (!renamePath(destination, rejected, why))
+        return false;
+    if (!renamePath(previous, destination, why)) {
+        QString ignored;
+        (void)renamePath(rejected, destination, &ignored); // better the new bundle than none
+        return false;
+    }
+    removeTree(rejected);
+    return true;
 }
 
 } // namespace helper

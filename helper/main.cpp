@@ -21,7 +21,7 @@ enum ExitStatus {
     kUpdaterStillRunning = 2,
     kReplaceFailedOldKept = 3,
     kReplaceFailedOldAside = 4,
-    kRelaunchFailed = 5,
+    kRelaunchFailed = 5, // the previous updater was put back in its place
 };
 
 // Long enough for the windowed updater's normal termination (log drain, crash-check record).
@@ -32,6 +32,48 @@ int finish(int status)
     VLLog::appendLog(QStringLiteral("SoftwareUpdateHelper ends with status %i."), status);
     VLLog::finishWriting();
     return status;
+}
+
+// The one line a user (or support) needs when the working updater is no longer in place.
+void logWherePreviousIs(const QString& destination, const QString& previous)
+{
+    VLLog::appendLog(QStringLiteral("The previous updater is kept at %@; move it back to %@ to use it."), previous,
+                     destination);
+}
+
+int afterFailedReplacement(const helper::Arguments& arguments, const helper::ReplaceResult& replaced)
+{
+    VLLog::appendLog(QStringLiteral("Unable to replace %@: %@"), arguments.destination, replaced.detail);
+    if (replaced.status == helper::ReplaceStatus::FailedOldMovedAside) {
+        logWherePreviousIs(arguments.destination, replaced.previous);
+        return kReplaceFailedOldAside;
+    }
+    // The old updater is still in place and works: start it again so the user is not
+    // left without it, unless the run is silent.
+    if (!arguments.silent && !helper::relaunch(arguments.destination))
+        VLLog::appendLog(QStringLiteral("The old updater could not be started again."));
+    return kReplaceFailedOldKept;
+}
+
+// The new updater was installed but does not start. An updater that cannot start is of no use
+// to anyone, so the one that worked is put back and started instead.
+int afterFailedRelaunch(const helper::Arguments& arguments, const helper::ReplaceResult& replaced)
+{
+    if (replaced.previous.isEmpty()) {
+        VLLog::appendLog(QStringLiteral("The new updater could not be started, and there is no previous one."));
+        return kRelaunchFailed;
+    }
+    QString why;
+    if (!helper::putPreviousBack(arguments.destination, replaced.previous, &why)) {
+        VLLog::appendLog(QStringLiteral("The new updater could not be started, and the previous one could not be put back: %@"),
+                         why);
+        logWherePreviousIs(arguments.destination, replaced.previous);
+        return kReplaceFailedOldAside;
+    }
+    VLLog::appendLog(QStringLiteral("The new updater could not be started; the previous one was put back."));
+    if (!helper::relaunch(arguments.destination))
+        VLLog::appendLog(QStringLiteral("The old updater could not be started again."));
+    return kRelaunchFailed;
 }
 
 } // namespace
@@ -60,18 +102,12 @@ int main(int argc, char** argv)
     helper::repairInterruptedReplacement(parsed->destination);
     const helper::ReplaceResult replaced = helper::replaceBundle(parsed->source, parsed->destination);
     helper::detachImage(parsed->mountPath);
-    if (replaced.status != helper::ReplaceStatus::Replaced) {
-        VLLog::appendLog(QStringLiteral("Unable to replace %@: %@"), parsed->destination, replaced.detail);
-        if (replaced.status == helper::ReplaceStatus::FailedOldMovedAside)
-            return finish(kReplaceFailedOldAside);
-        // The old updater is still in place and works: start it again so the user is not
-        // left without it, unless the run is silent.
-        if (!parsed->silent && !helper::relaunch(parsed->destination))
-            VLLog::appendLog(QStringLiteral("The old updater could not be started again."));
-        return finish(kReplaceFailedOldKept);
-    }
+    if (replaced.status != helper::ReplaceStatus::Replaced)
+        return finish(afterFailedReplacement(*parsed, replaced));
     VLLog::appendLog(QStringLiteral("Replaced %@ with %@."), parsed->destination, parsed->source);
-    if (parsed->silent)
+    if (parsed->silent || helper::relaunch(parsed->destination)) {
+        helper::discardPrevious(replaced);
         return finish(kReplaced);
-    return finish(helper::relaunch(parsed->destination) ? kReplaced : kRelaunchFailed);
+    }
+    return finish(afterFailedRelaunch(*parsed, replaced));
 }

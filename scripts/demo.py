@@ -36,11 +36,12 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 TOOL_PATHS = {
-    "hdiutil": "usr/bin", "killall": "usr/bin", "ditto": "usr/bin", "touch": "usr/bin",
+    "hdiutil": "usr/bin", "killall": "usr/bin", "touch": "usr/bin",
     "pkexec": "usr/bin", "xdg-open": "usr/bin", "xattr": "usr/bin", "installer": "usr/sbin",
     "chown": "usr/sbin", "diskutil": "usr/sbin", "rm": "bin", "mv": "bin", "cp": "bin",
     "mkdir": "bin", "chmod": "bin", "launchctl": "bin", "systemctl": "usr/bin",
 }
+REAL_TOOLS = ("/usr/bin/zip", "/usr/bin/unzip")
 GROUP_ID = "com.velmora.studio"
 SELF_ID = "com.velmora.SoftwareUpdate"
 
@@ -86,6 +87,12 @@ def install_fake_tools(sysroot):
         os.makedirs(os.path.dirname(target), exist_ok=True)
         shutil.copyfile(source, target)
         os.chmod(target, 0o755)
+    # Archives are real zip files made by the machine's own zip and unzip.
+    for tool in REAL_TOOLS:
+        target = os.path.join(sysroot, tool.lstrip("/"))
+        if os.path.lexists(target):
+            os.remove(target)
+        os.symlink(tool, target)
 
 
 def lay_out_tree(out, build):

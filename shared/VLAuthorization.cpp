@@ -1,4 +1,5 @@
-// Administrator rights through pkexec, and the privileged file changes made with them.
+// Administrator rights through a privileged co-process started with pkexec, and the privileged
+// file changes made with them.
 #include "shared/VLAuthorization.h"
 #include "shared/VLFileManagerInternal.h"
 #include "shared/VLLocalPaths.h"
@@ -19,9 +20,6 @@ namespace {
 
 QString tool(const char* path) { return sys::rooted(QString::fromLatin1(path)); }
 QString pkexec() { return tool("/usr/bin/pkexec"); }
-
-// pkexec's own statuses: 126 the user refused or dismissed the dialog, 127 not authorised.
-bool pkexecRefused(int status) { return status == 126 || status == 127; }
 
 QStringList entriesOf(const QString& folder)
 {
@@ -72,15 +70,22 @@ bool VLAuthorization::isRoot()
 
 bool VLAuthorization::authStart()
 {
-    const std::lock_guard<std::mutex> lock(startMutex_);
+    const std::lock_guard<std::mutex> lock(channelMutex_);
     if (isAuthorized())
         return true;
     if (!hasGUI_) {
         vlfm::console(QStringLiteral("Unable to authorize"));
         return false;
     }
-    if (!QFileInfo(pkexec()).isExecutable()) {
-        VLLog::appendLog(QStringLiteral("Unable to authorize: %@ is not available"), pkexec());
+    for (const QString& program : {pkexec(), VLAuthorizationChannel::runnerPath()}) {
+        if (!QFileInfo(program).isExecutable()) {
+            VLLog::appendLog(QStringLiteral("Unable to authorize: %@ is not available"), program);
+            return false;
+        }
+    }
+    QString why;
+    if (!channel_.open(pkexec(), &why)) {
+        VLLog::appendLog(QStringLiteral("Authorization was refused or cancelled: %@"), why);
         return false;
     }
     authorized_ = true;
@@ -101,6 +106,8 @@ bool VLAuthorization::authStartWithUser(const QString& user, const QString& pass
 
 void VLAuthorization::authEnd()
 {
+    const std::lock_guard<std::mutex> lock(channelMutex_);
+    channel_.close();
     authorized_ = false;
 }
 
@@ -127,15 +134,25 @@ int VLAuthorization::authExecTask(const QString& toolPath, const QStringList& ar
     }
     if (!isAuthorized() && !authStart())
         return -1;
-    const QStringList pkexecArguments = QStringList{toolPath} + arguments;
-    if (async)
-        return startDetached(pkexec(), pkexecArguments) ? 0 : -1;
-    try {
-        return pkexecRefused(VLTaskEx::terminationCodeFromTask(pkexec(), pkexecArguments)) ? -1 : 0;
-    } catch (const fnd::PlatformException& e) {
-        VLLog::appendLog(QStringLiteral("Exception running task %@: %@"), pkexec(), e.reason());
+    return runPrivileged(toolPath, arguments, !async);
+}
+
+int VLAuthorization::runPrivileged(const QString& toolPath, const QStringList& arguments, bool wait)
+{
+    const std::lock_guard<std::mutex> lock(channelMutex_);
+    const vlauth::Message answer = channel_.run(toolPath, arguments, wait);
+    if (answer.empty()) {
+        // authEnd() came first, or the runner is gone (killed): the next operation asks again.
+        authorized_ = false;
+        VLLog::appendLog(QStringLiteral("Unable to execute task %@: not authorized"), toolPath);
         return -1;
     }
+    if (answer.front() == "started" || answer.front() == "exited")
+        return 0;
+    // "failed": refused (a relative path) or not started; the reason comes with it.
+    VLLog::appendLog(QStringLiteral("Unable to execute task %@: %@"), toolPath,
+                     QString::fromStdString(answer.size() > 1 ? answer[1] : answer.front()));
+    return -1;
 }
 
 bool VLAuthorization::authRemoveFile(const QString& path)

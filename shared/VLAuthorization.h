@@ -10,20 +10,26 @@
 // Statuses of authExecTask: 0 started (or, in the waiting form, ran), -1 not authorised or refused,
 // -2 the tool does not exist.
 //
-// Linux mapping of the authorisation service: the service is pkexec, resolved under the system
-// root (sys::rooted("/usr/bin/pkexec")), and each privileged run is `pkexec <tool> <args...>`.
+// Linux mapping of the authorisation service: a privileged co-process (VLAuthorizationChannel),
+// PrivilegedToolRunner started through pkexec (sys::rooted("/usr/bin/pkexec")) at the first
+// authorisation and kept for the life of the process. Each privileged run is a request to it.
 // - A process running as root (effective uid 0) asks for nothing and runs the tools directly.
 // - Without an interface and not root, authStart() fails with "Unable to authorize" on the console.
-// - With an interface, authStart() succeeds when pkexec exists: the polkit agent then prompts for
-//   each run, which is the closest the platform comes to "prompt once and keep the grant".
-// - The waiting form (async false) maps a pkexec exit status of 126 (refused) or 127 (cancelled or
-//   not authorised) to -1; the default asynchronous form only learns whether pkexec started.
+// - With an interface, authStart() starts the runner: pkexec prompts once, and the grant is kept
+//   for the process, as the platform's own authorisation service does. A refused or cancelled
+//   prompt leaves the process unauthorised (-1); the next privileged operation asks again.
+// - authEnd() lets the runner go; the next privileged operation asks again.
+// - Both forms of authExecTask learn only whether the tool was started (the waiting form waits
+//   for it to exit first); the tool's own exit status is never seen. A runner that refuses the
+//   request (a relative tool path) or cannot start the tool gives -1.
 // - authStartWithUser() cannot hand a password to pkexec: it succeeds only as root, and otherwise
 //   reports "Authorization failed. Invalid username or password" as a refusal would.
 // - There is no privileged reference handed down by a parent process on Linux.
 //
 // Tool paths ("/bin/rm", "/bin/mv", "/bin/cp", "/bin/mkdir") are resolved with sys::rooted().
 // System folders (VLLocalPaths::isPathSystemDirectory) are refused before anything runs.
+
+#include "shared/VLAuthorizationChannel.h"
 
 #include <QString>
 #include <QStringList>
@@ -64,9 +70,11 @@ private:
     ~VLAuthorization() = default;
 
     QString trashDestinationFor(const QString& path) const;
+    int runPrivileged(const QString& toolPath, const QStringList& arguments, bool wait);
 
     const bool hasGUI_;
     QString userDirectory_;
-    std::atomic<bool> authorized_{false};
-    std::mutex startMutex_;
+    std::atomic<bool> authorized_{false}; // mirrors channel_.isOpen() for lock-free readers
+    std::mutex channelMutex_;             // one prompt and one request at a time
+    VLAuthorizationChannel channel_;
 };

@@ -20,8 +20,9 @@
 // Choices made where the platform has no direct counterpart:
 // - "Listing order" is the folder's entry names sorted by UTF-16 code unit, so crash
 //   reports named "<App>_<date>..." list oldest first and the newest is the last.
-// - "disable-crash-reporter" is on for the text "1", the boolean YES, or the number 1
-//   (a number 1 equals YES where the setting comes from).
+// - "disable-crash-reporter" is read from the vendor's shared preferences file, as the log
+//   reads "disable-logging": on for the text "1", the boolean YES, or the number 1 (a number
+//   1 equals YES where the setting comes from).
 // - Opening the report with a Bug Reporter application starts that bundle's executable with
 //   the report's path as its argument, not waited for. Without one in or beside the running
 //   application, the application with identifier "com.velmora.BugReporter" is looked up in the
@@ -95,19 +96,6 @@ std::optional<QString> newestReportSince(const QDateTime& launch, const QString&
     return std::nullopt;
 }
 
-bool crashReporterDisabled()
-{
-    const QVariant value = sys::UserDefaults::standard().objectForKey(QStringLiteral("disable-crash-reporter"));
-    switch (value.typeId()) {
-    case QMetaType::QString: return value.toString() == QLatin1String("1");
-    case QMetaType::Bool: return value.toBool();
-    case QMetaType::Int:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong: return value.toLongLong() == 1;
-    default: return false;
-    }
-}
-
 std::optional<QString> bugReporterBesideApplication()
 {
     const sys::Bundle app = sys::Bundle::mainBundle();
@@ -122,13 +110,15 @@ std::optional<QString> bugReporterBesideApplication()
     return std::nullopt;
 }
 
+// Looked up as the workspace does: the bundles are read, not opened in this process, so they
+// never become findable by identifier for the updater's own lookups.
 std::optional<QString> bugReporterByIdentifier()
 {
     for (bool userDomain : {true, false}) {
         const QString apps = VLLocalPaths::applicationDirectory(userDomain);
         for (const QString& folder : {apps, apps + QStringLiteral("/Utilities")}) {
             for (const QString& name : QDir(folder).entryList({QStringLiteral("*.app")}, QDir::Dirs)) {
-                const auto bundle = sys::Bundle::bundleWithPath(QDir(folder).filePath(name));
+                const auto bundle = sys::Bundle::readWithoutOpening(QDir(folder).filePath(name));
                 if (bundle && bundle->bundleIdentifier() == bugReporterIdentifier())
                     return bundle->bundlePath();
             }
@@ -142,7 +132,7 @@ void openReport(const QString& report)
     auto app = bugReporterBesideApplication();
     if (!app)
         app = bugReporterByIdentifier();
-    const auto bundle = app ? sys::Bundle::bundleWithPath(*app) : std::nullopt;
+    const auto bundle = app ? sys::Bundle::readWithoutOpening(*app) : std::nullopt;
     if (const auto executable = bundle ? bundle->executablePath() : std::nullopt) {
         VLTaskEx::runTaskAndReturn(*executable, {report});
         return;
@@ -208,7 +198,7 @@ std::optional<QString> VLBugReporter::checkForCrashes(const QString& appName, co
     if (!report)
         return std::nullopt;
     VLLog::appendLog(QStringLiteral("Application crashed on last launch"));
-    if (crashReporterDisabled()) {
+    if (sys::globalSwitchIsOn(QStringLiteral("disable-crash-reporter"))) {
         VLLog::appendLogAndPrint(QStringLiteral("Crash reporter disabled"));
         return report;
     }

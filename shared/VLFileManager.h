@@ -10,8 +10,9 @@
 //
 // Naming: the time-out forms carry "Timeout" in their C++ name (trashFileTimeout(path, 5)) so an
 // integer time-out can never be taken for the bool `shouldAuth` of the same operation.
-// Every machine-wide path the class forms ("/Volumes", "/usr/bin/ditto", "/usr/bin/touch", ...)
-// goes through sys::rooted(); paths handed in by callers are used as given.
+// Every machine-wide path the class forms ("/Volumes", "/usr/bin/touch", ...) goes through
+// sys::rooted(); paths handed in by callers are used as given. Archives are real zip files made
+// by the platform's archiving tool (platform/system/Archive.h: zip and unzip on Linux).
 //
 // The hashing members read files in 65536-byte chunks through OpenSSL EVP; the verified copy
 // writes one source to several destinations in one pass, reading each chunk back for the digest.
@@ -140,6 +141,8 @@ public:
     static void disableFileSystemCachingForFile(const QString& path);
 
     // ---- archives (VLFileManagerArchives.cpp) ----
+    // compressFile trashes an existing destination first; both report whether the archive
+    // (the destination folder) exists afterwards, and log the tool's failure.
     [[nodiscard]] static bool compressFile(const QString& source, const QString& destinationFile,
                                            bool includeParent = true);
     [[nodiscard]] static bool decompressFile(const QString& archive, const QString& destinationFolder);

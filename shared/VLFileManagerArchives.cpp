@@ -1,29 +1,22 @@
-// Zip archives through the system's archiving tool.
+// Zip archives through the platform's archiving tool (sys::compressArchive / extractArchive).
 #include "shared/VLFileManager.h"
 #include "shared/VLFileManagerInternal.h"
 #include "shared/VLLocalPaths.h"
-#include "shared/VLTaskEx.h"
+#include "shared/VLLog.h"
 
 #include "platform/foundation/Foundation.h"
-#include "platform/system/SystemEnvironment.h"
+#include "platform/system/Archive.h"
 #include "platform/system/Workspace.h"
 
 #include <QFileInfo>
 
-namespace {
-
-QString ditto() { return sys::rooted(QStringLiteral("/usr/bin/ditto")); }
-
-} // namespace
-
 bool VLFileManager::compressFile(const QString& source, const QString& destinationFile, bool includeParent)
 {
     if (vlfm::existsNoFollow(destinationFile))
-        (void)trashFile(destinationFile); // the tool's result below tells whether it worked
-    QStringList arguments{QStringLiteral("-ck"), source, destinationFile};
-    if (includeParent)
-        arguments.insert(1, QStringLiteral("--keepParent"));
-    (void)VLTaskEx::runTask(ditto(), arguments);
+        (void)trashFile(destinationFile); // whether the archive exists afterwards is the answer
+    QString error;
+    if (!sys::compressArchive(source, destinationFile, includeParent, &error))
+        VLLog::appendLog(QStringLiteral("Unable to compress %@: %@"), source, error);
     return QFileInfo::exists(destinationFile);
 }
 
@@ -32,6 +25,8 @@ bool VLFileManager::decompressFile(const QString& archive, const QString& destin
     if (vlfm::existsNoFollow(destinationFolder))
         (void)sys::workspace().recycle(fnd::stringByDeletingLastPathComponent(destinationFolder),
                                        VLLocalPaths::trashDirectory(), fnd::lastPathComponent(destinationFolder));
-    (void)VLTaskEx::runTask(ditto(), {QStringLiteral("-xk"), archive, destinationFolder});
+    QString error;
+    if (!sys::extractArchive(archive, destinationFolder, &error))
+        VLLog::appendLog(QStringLiteral("Unable to decompress %@: %@"), archive, error);
     return QFileInfo::exists(destinationFolder);
 }

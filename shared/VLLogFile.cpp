@@ -6,9 +6,9 @@
 #include "shared/VLLocalPaths.h"
 
 #include "platform/foundation/Foundation.h"
-#include "platform/plist/PropertyList.h"
 #include "platform/system/Bundle.h"
 #include "platform/system/SystemEnvironment.h"
+#include "platform/system/UserDefaults.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -48,17 +48,9 @@ QString currentPathFor(const QString& name)
     return generationPath(VLLog::logFolder(), name, 1);
 }
 
-// "disable-logging": the string "1" or a number equal to true; anything else leaves it on.
 bool disabledBySwitch()
 {
-    const QString path = VLLocalPaths::prefsDirectory(true) + QStringLiteral("/com.velmora.global.plist");
-    const auto prefs = plist::readDictionaryFile(path);
-    if (!prefs)
-        return false;
-    const QVariant value = prefs->value(QStringLiteral("disable-logging"));
-    if (value.typeId() == QMetaType::QString)
-        return value.toString() == QStringLiteral("1");
-    return fnd::isNumber(value) && value.toDouble() == 1.0;
+    return sys::globalSwitchIsOn(QStringLiteral("disable-logging"));
 }
 
 void writeAll(int fd, const QByteArray& bytes)

@@ -178,7 +178,7 @@ public:
 
 private:
     VLTaskEx() = default;
-    std::shared_ptr<std::atomic<bool>> startTimer(double seconds); // the timer's cancel mark
+    void startTimer(double seconds);
     void launchAsyncTask();
     void asyncTaskReturnData(const QByteArray& chunk);
 

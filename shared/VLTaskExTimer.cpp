@@ -6,42 +6,22 @@
 
 #include "platform/system/MainThread.h"
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <thread>
 
-namespace {
-
-// Marks the timer cancelled when the call it guards returns, however it returns.
-class TimerCancel {
-public:
-    explicit TimerCancel(std::shared_ptr<std::atomic<bool>> cancelled) : cancelled_(std::move(cancelled)) {}
-    ~TimerCancel() { *cancelled_ = true; }
-    TimerCancel(const TimerCancel&) = delete;
-    TimerCancel& operator=(const TimerCancel&) = delete;
-
-private:
-    std::shared_ptr<std::atomic<bool>> cancelled_;
-};
-
-} // namespace
-
-// Whole seconds by truncation toward zero. Cancelling only marks the timer: it sleeps its
-// full time (holding the instance) either way. A cancelled timer then skips `timeout`, so a
-// timer left over from an earlier call on the same instance never terminates a later child.
-std::shared_ptr<std::atomic<bool>> VLTaskEx::startTimer(double seconds)
+// Whole seconds by truncation toward zero. The timer is never stopped: it sleeps its full
+// time (holding the instance) and then performs `timeout`, also when the call it guarded has
+// long returned. By then the call has cleared theTask, so `timeout` finds nothing, unless
+// the instance was given another child meanwhile; that child is the one it terminates.
+void VLTaskEx::startTimer(double seconds)
 {
     const double whole = std::trunc(seconds);
     const auto sleep = std::chrono::seconds(whole > 0 && std::isfinite(whole) ? static_cast<long long>(whole) : 0);
-    auto cancelled = std::make_shared<std::atomic<bool>>(false);
-    std::thread([self = shared_from_this(), sleep, cancelled] {
+    std::thread([self = shared_from_this(), sleep] {
         std::this_thread::sleep_for(sleep);
-        if (*cancelled)
-            return;
         sys::runOnMainThreadAndWait([&self] { self->timeout(); });
     }).detach();
-    return cancelled;
 }
 
 void VLTaskEx::timeout()
@@ -55,7 +35,7 @@ void VLTaskEx::timeout()
 
 void VLTaskEx::runTaskWithTimer(const QString& path, const QStringList& arguments, double seconds)
 {
-    TimerCancel cancel(startTimer(seconds));
+    startTimer(seconds);
     theTask_.clear();
     // A local slot, not theTask: this form's timer never finds a child, so it waits for the
     // child however long it runs.
@@ -67,7 +47,7 @@ void VLTaskEx::runTaskWithTimer(const QString& path, const QStringList& argument
 std::optional<QByteArray> VLTaskEx::dataFromTaskWithTimer(const QString& path, const QStringList& arguments,
     double seconds, bool logOutput, bool logError)
 {
-    TimerCancel cancel(startTimer(seconds));
+    startTimer(seconds);
     theTask_.clear();
     auto data = dataFromTask(path, arguments, &theTask_, std::nullopt, logOutput, logError);
     theTask_.clear();
@@ -76,7 +56,7 @@ std::optional<QByteArray> VLTaskEx::dataFromTaskWithTimer(const QString& path, c
 
 int VLTaskEx::terminationCodeFromTaskWithTimer(const QString& path, const QStringList& arguments, double seconds)
 {
-    TimerCancel cancel(startTimer(seconds));
+    startTimer(seconds);
     theTask_.clear();
     const int status = terminationCodeFromTask(path, arguments, &theTask_);
     theTask_.clear();

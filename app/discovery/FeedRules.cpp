@@ -8,24 +8,9 @@
 namespace discovery {
 namespace {
 
-QString platformClassOf(const QVariant& v)
-{
-    switch (v.typeId()) {
-    case QMetaType::QString: return QStringLiteral("__NSCFString");
-    case QMetaType::Bool: return QStringLiteral("__NSCFBoolean");
-    case QMetaType::QVariantList: return QStringLiteral("__NSArrayM");
-    case QMetaType::QVariantMap: return QStringLiteral("__NSDictionaryM");
-    case QMetaType::QByteArray: return QStringLiteral("__NSCFData");
-    case QMetaType::QDateTime: return QStringLiteral("__NSDate");
-    default: return QStringLiteral("__NSCFNumber");
-    }
-}
-
 [[noreturn]] void unrecognized(const QVariant& v, const char* selector)
 {
-    throw fnd::PlatformException(
-        QStringLiteral("NSInvalidArgumentException"),
-        QStringLiteral("-[%1 %2]: unrecognized selector sent to instance").arg(platformClassOf(v), QLatin1String(selector)));
+    throw fnd::unrecognizedSelector(v, selector);
 }
 
 void insertIfPresent(QVariantMap& record, const QString& key, const QVariant& value)

@@ -9,6 +9,8 @@
 #include "install/DiskImage.h"
 #include "install/InstallSupport.h"
 #include "install/VolumeFilters.h"
+#include "platform/foundation/Foundation.h"
+#include "platform/system/PrivateFolder.h"
 #include "platform/system/ProcessList.h"
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/Workspace.h"
@@ -34,30 +36,21 @@ QString text(const char* format, const QVariant& a, const QVariant& b = QVariant
     return b.isValid() ? fnd::format(QString::fromUtf8(format), a, b) : fnd::format(QString::fromUtf8(format), a);
 }
 
-bool isRunningBundleID(const QString& bundleID)
-{
-    for (const sys::RunningApplication& app : sys::launchedApplications()) {
-        if (app.identifier == bundleID)
-            return true;
-    }
-    return false;
-}
-
 // Windowed only: while the application to replace runs, a sheet offers Force Quit or Cancel.
 // Returns false when the user cancelled (the installation is abandoned, the image stays).
 bool waitUntilNotRunning(AppController& c, const UpdateRecord& record, bool& wasRunning)
 {
     VLLog::appendLog(QStringLiteral("Checking that app is not running..."));
     const QString bundleID = record.value(record::kBundleId).toString();
-    if (!isRunningBundleID(bundleID))
+    if (!sys::isApplicationRunning(bundleID))
         return true;
-    const QString appName = QFileInfo(record.value(record::kPath).toString()).completeBaseName();
+    const QString appName = fnd::stringByDeletingPathExtension(fnd::lastPathComponent(record.value(record::kPath).toString()));
     onMain([&] {
         c.setInstallStatus(QStringLiteral("Waiting for application to close..."));
         c.ui().beginInstallPanelSheet(text("%@ is currently running", appName), QStringLiteral("Force Quit"),
                                       QStringLiteral("Cancel"), QStringLiteral("You must close it before continuing."));
     });
-    while (isRunningBundleID(bundleID)) {
+    while (sys::isApplicationRunning(bundleID)) {
         install::sleepSeconds(1.0);
         int result = -1;
         onMain([&] { result = c.ui().installPanelSheetResult(); });
@@ -78,12 +71,13 @@ bool waitUntilNotRunning(AppController& c, const UpdateRecord& record, bool& was
 }
 
 // Moves the installed bundle to the user's Trash; with administrator rights when the
-// ordinary way fails, waiting up to 10 seconds for it to go.
+// ordinary way fails, waiting up to 10 seconds for it to go. Folder and name come from the
+// path as the platform splits it, so "/Applications/Foo.app/" names Foo.app in /Applications.
 void moveOldBundleToTrash(const QString& installed)
 {
     VLLog::appendLog(QStringLiteral("Moving old app to Trash..."));
-    const QFileInfo info(installed);
-    if (sys::workspace().recycle(info.absolutePath(), VLLocalPaths::trashDirectory(), info.fileName()))
+    if (sys::workspace().recycle(fnd::stringByDeletingLastPathComponent(installed), VLLocalPaths::trashDirectory(),
+                                 fnd::lastPathComponent(installed)))
         return;
     if (!VLAuthorization::sharedController().authTrashFile(installed, true))
         VLLog::appendLog(QStringLiteral("Unable to move %@ to the Trash."), installed);
@@ -100,17 +94,23 @@ bool copyNewBundle(const QString& volume, const QString& newName, const QString&
     VLLog::appendLog(QStringLiteral("Copying new app from disk image..."));
     if (sys::workspace().copy(volume, installFolder, newName))
         return true;
-    if (!VLAuthorization::sharedController().authCopyFile(volume + QLatin1Char('/') + newName, installFolder))
+    if (!VLAuthorization::sharedController().authCopyFile(fnd::stringByAppendingPathComponent(volume, newName), installFolder))
         return false;
     // The privileged copy returns before its tool is done: give it time to settle.
     install::sleepSeconds(4.0);
     return true;
 }
 
-// Removes the downloaded file, and the download folder when nothing else is left in it.
+// Removes the downloaded file, and the download folder when nothing else is left in it;
+// nothing at all when the folder is not this process's own (PrivateFolder.h).
 void removeTempFiles(const QString& downloadFolder, const QString& file)
 {
     VLLog::appendLog(QStringLiteral("Removing temp files..."));
+    QString refusal;
+    if (!sys::isPrivateFolder(downloadFolder, &refusal)) {
+        VLLog::appendLog(QStringLiteral("Not removing the download folder: %@"), refusal);
+        return;
+    }
     QFile::remove(file);
     VLLog::appendLog(QStringLiteral("Removing temp folder..."));
     const QStringList left = install::DiskImage::topLevelNames(downloadFolder);
@@ -212,7 +212,7 @@ void installSparkleAppUnguarded(AppController& c, const UpdateRecord& record)
                                       QStringLiteral("Cannot find application."));
         return;
     }
-    const QString installFolder = QFileInfo(installed).absolutePath();
+    const QString installFolder = fnd::stringByDeletingLastPathComponent(installed);
     moveOldBundleToTrash(installed);
     incrementProgressWindowless(c);
     if (!copyNewBundle(*volume, *newName, installFolder)) {

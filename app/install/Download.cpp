@@ -1,11 +1,11 @@
 #include "install/Download.h"
 
 #include "install/SourceDecoder.h"
+#include "platform/system/FileTree.h"
+#include "platform/system/PrivateFolder.h"
 #include "platform/system/SystemEnvironment.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -72,7 +72,8 @@ Download::~Download()
 void Download::setDestination(const QString& path, bool allowOverwrite)
 {
     destination_ = path;
-    if (allowOverwrite && QFileInfo::exists(path))
+    // A link at the name, dangling or not, is replaced itself; its target is never touched.
+    if (allowOverwrite && sys::filetree::exists(path))
         QFile::remove(path);
 }
 
@@ -169,9 +170,8 @@ bool Download::deliverResponse()
     }
     if (delegate_.shouldDecodeSourceDataOfMIMEType && delegate_.shouldDecodeSourceDataOfMIMEType(info.mimeType))
         decoder_ = install::decoderForMIMEType(info.mimeType);
-    QDir().mkpath(QFileInfo(destination_).absolutePath());
-    file_ = std::make_unique<QFile>(destination_);
-    if (!file_->open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    file_ = sys::openForWritingNoFollow(destination_, nullptr);
+    if (!file_) {
         failWith(QStringLiteral("The file could not be written to %1.").arg(destination_));
         return false;
     }

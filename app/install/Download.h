@@ -8,7 +8,8 @@
 //
 // Failures beyond the transport's own: an HTTP status of 400 or more (an error page is never
 // stored as the update), a body shorter or longer than the announced length, a body the
-// decoder rejects, and a destination that cannot be written.
+// decoder rejects, and a destination that cannot be written (a symbolic link at the
+// destination's name is never written through; the destination's folder must exist).
 //
 // Lifecycle: created by create(), configured, start()ed once. The delegate may destroy the
 // object from inside didFinish/didFail (the object touches nothing of itself after calling

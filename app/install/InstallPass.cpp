@@ -8,11 +8,9 @@
 #include "UpdateRecord.h"
 #include "install/Download.h"
 #include "install/InstallSupport.h"
+#include "platform/system/PrivateFolder.h"
 #include "shared/VLLog.h"
 #include "shared/VLTaskNotification.h"
-
-#include <QDir>
-#include <QFileInfo>
 
 #include <cmath>
 #include <thread>
@@ -28,13 +26,17 @@ bool isSelected(const UpdateRecord& record)
 
 void AppController::installClick()
 {
-    std::thread([this] { installSelectedItems(); }).detach();
+    guard::guarded(hasGUI, "-[AppController installClick:]", [&] {
+        std::thread([this] { installSelectedItems(); }).detach();
+    });
 }
 
 void AppController::updateInstallClick()
 {
-    ui().hideUpdateWindowAndShowMainWindow();
-    std::thread([this] { installSelectedItems(); }).detach();
+    guard::guarded(hasGUI, "-[AppController updateInstallClick:]", [&] {
+        ui().hideUpdateWindowAndShowMainWindow();
+        std::thread([this] { installSelectedItems(); }).detach();
+    });
 }
 
 QString AppController::formatFileSize(double bytes)
@@ -49,20 +51,25 @@ QString AppController::formatFileSize(double bytes)
     return QString::asprintf("%.2f GB", bytes * kUnit * kUnit * kUnit);
 }
 
+// The folder is private to this process's user (see PrivateFolder.h): one that cannot be
+// used, a planted link or another user's folder, counts as one that could not be created.
 void AppController::createTempFolder()
 {
-    QDir().mkpath(downloadPath);
-    if (QFileInfo(downloadPath).isDir())
-        return;
-    const QString info = QStringLiteral("Please check you have the necessary permissions to write to this location.");
-    const QString text = fnd::format(QStringLiteral("Unable to create temp directory at %@. "), downloadPath) + info;
-    VLTaskNotification::postTaskErrorString(text);
-    VLLog::appendLog(QStringLiteral("%@"), text);
-    if (hasGUI) {
-        install::onMain([&] {
-            ui().alertPanel(fnd::format(QStringLiteral("Unable to create temp directory at %@."), downloadPath), info);
-        });
-    }
+    guard::guarded(hasGUI, "-[AppController createTempFolder]", [&] {
+        QString refusal;
+        if (sys::makePrivateFolder(downloadPath, &refusal))
+            return;
+        VLLog::appendLog(QStringLiteral("%@"), refusal);
+        const QString info = QStringLiteral("Please check you have the necessary permissions to write to this location.");
+        const QString text = fnd::format(QStringLiteral("Unable to create temp directory at %@. "), downloadPath) + info;
+        VLTaskNotification::postTaskErrorString(text);
+        VLLog::appendLog(QStringLiteral("%@"), text);
+        if (hasGUI) {
+            install::onMain([&] {
+                ui().alertPanel(fnd::format(QStringLiteral("Unable to create temp directory at %@."), downloadPath), info);
+            });
+        }
+    });
 }
 
 namespace {

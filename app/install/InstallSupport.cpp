@@ -2,7 +2,10 @@
 
 #include "UpdateRecord.h"
 #include "install/DownloadPath.h"
+#include "platform/foundation/PlatformException.h"
+#include "platform/system/FileTree.h"
 #include "platform/system/MainThread.h"
+#include "platform/system/PrivateFolder.h"
 #include "platform/system/SystemLog.h"
 #include "shared/VLFileManager.h"
 #include "shared/VLLog.h"
@@ -42,7 +45,24 @@ void putLine(const QString& text)
 
 std::optional<QString> downloadedFileOf(const QString& downloadFolder, const UpdateRecord& record)
 {
-    return downloadFilePath(downloadFolder, record.value(record::kUrl).toString());
+    // Only text has a last path component; any other value is sent a message it does not
+    // implement, as on the platform. A missing address is no name at all.
+    const QVariant url = record.value(record::kUrl);
+    if (url.isValid() && url.typeId() != QMetaType::QString)
+        throw fnd::unrecognizedSelector(url, "lastPathComponent");
+    return downloadFilePath(downloadFolder, url.toString());
+}
+
+void removeDownloadFolder(const QString& downloadFolder)
+{
+    QString refusal;
+    if (!sys::isPrivateFolder(downloadFolder, &refusal)) {
+        VLLog::appendLog(QStringLiteral("Not removing the download folder: %@"), refusal);
+        return;
+    }
+    QString error;
+    if (!sys::filetree::removeTree(downloadFolder, &error))
+        VLLog::appendLog(QStringLiteral("Unable to remove the download folder: %@"), error);
 }
 
 QString titleOf(const UpdateRecord& record)

@@ -28,8 +28,14 @@ void sleepSeconds(double seconds);
 void putLine(const QString& text);
 
 // The downloaded file of a record: downloadFolder joined with the last path component of
-// "url"; nullopt when that name is refused (see DownloadPath.h).
+// "url"; nullopt when that name is refused (see DownloadPath.h). Throws the platform's
+// unrecognised-message exception when "url" holds something other than text.
 [[nodiscard]] std::optional<QString> downloadedFileOf(const QString& downloadFolder, const UpdateRecord& record);
+
+// Removes the download folder and everything in it, only when it is this process's own
+// folder (PrivateFolder.h): a link or another user's folder at its name is left alone and
+// logged, so nothing outside the folder is ever removed.
+void removeDownloadFolder(const QString& downloadFolder);
 
 // A failure of an installer, worded both ways: without a window `windowlessText` is posted
 // as the task error, appended to the log and written to the system log; with one an alert

@@ -55,15 +55,6 @@ bool endIfCancelled(AppController& c)
     return true;
 }
 
-bool installerAppRunning()
-{
-    for (const sys::RunningApplication& app : sys::launchedApplications()) {
-        if (app.identifier == kInstallerAppID)
-            return true;
-    }
-    return false;
-}
-
 // Step 13: unmount, remove the download and the whole temporary folder.
 void cleanUp(AppController& c, const QString& volume, const QString& file)
 {
@@ -74,7 +65,7 @@ void cleanUp(AppController& c, const QString& volume, const QString& file)
     VLLog::appendLog(QStringLiteral("Deleting temp files..."));
     QFile::remove(file);
     VLLog::appendLog(QStringLiteral("Deleting temp directory..."));
-    QDir(c.downloadPath).removeRecursively();
+    install::removeDownloadFolder(c.downloadPath);
     incrementProgressWindowless(c);
     sys::UserDefaults::standard().removeObjectForKey(QStringLiteral("testURL"));
 }
@@ -96,7 +87,7 @@ bool installInteractively(AppController& c, const UpdateRecord& record, const QS
         install::sleepSeconds(1.0);
     }
     onMain([&] { c.setInstallStatus(fnd::format(QStringLiteral("Waiting for installer to finish for %@..."), titleOf(record))); });
-    while (installerAppRunning()) {
+    while (sys::isApplicationRunning(kInstallerAppID)) {
         if (endIfCancelled(c))
             return false;
         install::sleepSeconds(1.0);
@@ -135,7 +126,7 @@ AutoResult installAutomatically(AppController& c, const UpdateRecord& record, co
     VLLog::appendLog(QStringLiteral("Deleting temp files..."));
     QFile::remove(file);
     VLLog::appendLog(QStringLiteral("Deleting temp directory..."));
-    QDir(c.downloadPath).removeRecursively();
+    install::removeDownloadFolder(c.downloadPath);
     return AutoResult::CleanUp;
 }
 

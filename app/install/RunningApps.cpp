@@ -3,16 +3,23 @@
 // to the processes of that one bundle path: no script text is ever built, so no application
 // name (quotes, backslashes, line breaks) can change what is asked, and only the copy at the
 // given path is asked, never a same-named copy elsewhere.
+//
+// Which applications are asked follows the platform's rules and goes no further: quitting
+// more than that can end a user's unsaved work. An empty path or group matches nothing.
 
 #include "AppController.h"
+#include "platform/foundation/Foundation.h"
 #include "platform/system/Bundle.h"
 #include "platform/system/ProcessList.h"
 #include "platform/system/SystemEnvironment.h"
 #include "shared/VLLog.h"
 #include "shared/VLTaskEx.h"
 
+// Only the application running from exactly `path` (string equality) is asked to quit.
 void AppController::closeAppWithPath(const QString& path)
 {
+    if (path.isEmpty())
+        return;
     for (const sys::RunningApplication& app : sys::launchedApplications()) {
         if (app.path != path)
             continue;
@@ -22,16 +29,23 @@ void AppController::closeAppWithPath(const QString& path)
     }
 }
 
-// Every running vendor application whose bundle names `groupID` as its VLGroupID is asked to
-// quit. The bundle is read from the running application's own path, so an application is
-// found whether or not this process opened its bundle before.
+// A running vendor application is asked to quit when its bundle names `groupID` as its
+// VLGroupID. The bundle is looked up by identifier among the bundles this process opened by
+// path (the Sparkle check, -checkpath), as the platform's lookup does: an application this
+// process never opened is not found, and so not quit. A record without "groupid" (the group
+// appcast as the server sends it carries "groupID" instead) quits nothing.
 void AppController::closeAppsWithGroupID(const QString& groupID)
 {
+    if (groupID.isEmpty())
+        return;
     for (const sys::RunningApplication& app : sys::launchedApplications()) {
-        if (!app.identifier.startsWith(QStringLiteral("com.velmora"), Qt::CaseInsensitive))
+        if (!fnd::hasPrefixCaseInsensitive(app.identifier, QStringLiteral("com.velmora")))
             continue;
-        const std::optional<sys::Bundle> bundle = sys::Bundle::bundleWithPath(app.path);
-        if (!bundle || bundle->objectForInfoDictionaryKey(QStringLiteral("VLGroupID")).toString() != groupID)
+        const std::optional<sys::Bundle> bundle = sys::Bundle::bundleWithIdentifier(app.identifier);
+        if (!bundle)
+            continue;
+        const QVariant group = bundle->objectForInfoDictionaryKey(QStringLiteral("VLGroupID"));
+        if (group.typeId() != QMetaType::QString || group.toString() != groupID)
             continue;
         VLLog::appendLog(QStringLiteral("Asking %@ to quit..."), bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleExecutable")));
         sys::sendTerminate(app.path);

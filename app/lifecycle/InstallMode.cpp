@@ -14,6 +14,7 @@
 #include "shared/VLLog.h"
 #include "shared/VLTaskNotification.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
@@ -37,25 +38,23 @@ int failInstall(const QString& message)
     return 1;
 }
 
-QString sparkleFeedOf(const QString& appPath, const QVariantMap& info)
+
+// A relative path names the application from the working directory, as command-line tools
+// read their arguments. The installer splits the record's path into folder and name as the
+// platform does, and a relative path has no folder to split off, so it is made absolute here.
+QString applicationPathOf(const QString& target)
 {
-    const QString key = QStringLiteral("SUFeedURL");
-    if (info.contains(key))
-        return fnd::stringValue(info.value(key));
-    for (const char* relative : {"Contents/Resources/VLUpdates.plist", "Contents/VLUpdates.plist"}) {
-        const QString path = fnd::stringByAppendingPathComponent(appPath, QString::fromLatin1(relative));
-        const QVariantMap descriptor = plist::readDictionaryFile(path).value_or(QVariantMap{});
-        if (descriptor.contains(key))
-            return fnd::stringValue(descriptor.value(key));
-    }
-    return QString();
+    if (target.isEmpty() || target.startsWith(QLatin1Char('/')))
+        return target;
+    return fnd::stringByAppendingPathComponent(QDir::currentPath(), target);
 }
 
-std::optional<UpdateRecord> sparkleRecord(AppController& controller, const QString& appPath)
+std::optional<UpdateRecord> sparkleRecord(AppController& controller, const QString& target)
 {
+    const QString appPath = applicationPathOf(target);
     const QString infoPath = fnd::stringByAppendingPathComponent(appPath, QStringLiteral("Contents/Info.plist"));
     const QVariantMap info = plist::readDictionaryFile(infoPath).value_or(QVariantMap{});
-    return controller.updateSparkleFeed(sparkleFeedOf(appPath, info), appPath,
+    return controller.updateSparkleFeed(installFeedOf(appPath, info), appPath,
                                         fnd::stringValue(info.value(QStringLiteral("CFBundleIdentifier"))),
                                         fnd::intValue(info.value(QStringLiteral("CFBundleVersion"))),
                                         fnd::stringValue(info.value(QStringLiteral("CFBundleShortVersionString"))));
@@ -121,6 +120,20 @@ void installRecord(AppController& controller, const QString& type, const UpdateR
 }
 
 } // namespace
+
+QString installFeedOf(const QString& appPath, const QVariantMap& info)
+{
+    const QString key = QStringLiteral("SUFeedURL");
+    if (info.contains(key))
+        return fnd::stringValue(info.value(key));
+    for (const char* relative : {"Contents/Resources/VLUpdates.plist", "Contents/VLUpdates.plist"}) {
+        const QString path = fnd::stringByAppendingPathComponent(appPath, QString::fromLatin1(relative));
+        const QVariantMap descriptor = plist::readDictionaryFile(path).value_or(QVariantMap{});
+        if (descriptor.contains(key))
+            return fnd::stringValue(descriptor.value(key));
+    }
+    return QString();
+}
 
 int runInstall(const QStringList& arguments)
 {

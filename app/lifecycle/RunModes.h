@@ -9,6 +9,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVariantMap>
 
 #include <optional>
 
@@ -26,6 +27,12 @@ using ModeOutcome = std::optional<int>;
 ModeOutcome runCheckpath(const QString& checkPath);
 ModeOutcome runListOrAutocheck(const QStringList& arguments);
 int runInstall(const QStringList& arguments);
+
+// The Sparkle feed of the application at `appPath` for "-install sparkle": the SUFeedURL of
+// its Info dictionary `info`, else that of Contents/Resources/VLUpdates.plist, else that of
+// Contents/VLUpdates.plist. Unlike the scan, which takes the first descriptor file that
+// exists, a descriptor without the key passes on to the next. "" when none has it.
+QString installFeedOf(const QString& appPath, const QVariantMap& info);
 
 // The identifiers after "-forceIDs", split at ","; nullopt when the switch is absent or last.
 std::optional<QStringList> forcedIdentifiers(const QStringList& arguments);

@@ -13,6 +13,8 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <optional>
+
 namespace fnd {
 
 // ---- Numeric conversions of a string (the platform's scanner rules) ----
@@ -115,5 +117,10 @@ enum class Ordering { Ascending = -1, Same = 0, Descending = 1 };
 // at most one "#", every "%" followed by two hex digits. A string without a scheme is a
 // valid relative URL. The empty string is invalid (no address to load).
 [[nodiscard]] bool isValidURLString(const QString& url);
+// The URL's path as a file path: the still-encoded path (as above) percent-decoded as UTF-8,
+// "%2F" included, with one trailing "/" dropped unless the path is "/" itself. nullopt when
+// the string fails the strict check above (the platform makes no URL of it) or when the
+// decoded bytes are not UTF-8. "file://localhost/a%20b/" gives "/a b".
+[[nodiscard]] std::optional<QString> urlPath(const QString& url);
 
 } // namespace fnd

@@ -3,6 +3,7 @@
 // log as "Exception in %s. %@ - %@." with the name and the reason.
 
 #include <QString>
+#include <QVariant>
 #include <exception>
 #include <string>
 
@@ -21,5 +22,10 @@ private:
     QString reason_;
     std::string what_;
 };
+
+// What the platform raises when a property-list value of a class that does not implement a
+// message is sent it (a number asked for its lastPathComponent): NSInvalidArgumentException
+// with the reason "-[__NSCFNumber lastPathComponent]: unrecognized selector sent to instance".
+[[nodiscard]] PlatformException unrecognizedSelector(const QVariant& receiver, const char* selector);
 
 } // namespace fnd

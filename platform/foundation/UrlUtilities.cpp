@@ -78,6 +78,21 @@ QString urlPathExtension(const QString& url)
     return dot < 0 ? QString() : last.mid(dot + 1);
 }
 
+std::optional<QString> urlPath(const QString& url)
+{
+    if (!isValidURLString(url))
+        return std::nullopt;
+    QString path = encodedPath(url);
+    if (path.size() > 1 && path.endsWith(u'/'))
+        path.chop(1);
+    const QByteArray bytes = QByteArray::fromPercentEncoding(path.toUtf8());
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString decoded = decoder.decode(bytes);
+    if (decoder.hasError())
+        return std::nullopt;
+    return decoded;
+}
+
 bool isValidURLString(const QString& url)
 {
     if (url.isEmpty())

@@ -1,4 +1,6 @@
-// Bundles are read from disk once, when the object is made; nothing here writes.
+// Bundles are read from disk once, when the object is made; nothing here writes. The cache of
+// bundles opened by path keeps their order of first opening, so that a lookup by identifier
+// answers the same bundle every time when two copies share one identifier.
 
 #include "platform/system/Bundle.h"
 
@@ -7,6 +9,9 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QList>
+#include <QMutex>
+#include <QMutexLocker>
 
 namespace sys {
 
@@ -19,6 +24,41 @@ QString currentExecutablePath()
     return QFileInfo(QStringLiteral("/proc/self/exe")).symLinkTarget();
 }
 
+class BundleCache {
+public:
+    void record(const Bundle& bundle)
+    {
+        QMutexLocker lock(&mutex_);
+        for (Bundle& known : bundles_) {
+            if (known.bundlePath() == bundle.bundlePath()) {
+                known = bundle;
+                return;
+            }
+        }
+        bundles_.append(bundle);
+    }
+
+    std::optional<Bundle> find(const QString& identifier) const
+    {
+        QMutexLocker lock(&mutex_);
+        for (const Bundle& known : bundles_) {
+            if (known.bundleIdentifier() == identifier)
+                return known;
+        }
+        return std::nullopt;
+    }
+
+private:
+    mutable QMutex mutex_;
+    QList<Bundle> bundles_;
+};
+
+BundleCache& bundleCache()
+{
+    static BundleCache cache;
+    return cache;
+}
+
 } // namespace
 
 Bundle::Bundle(QString path, QVariantMap info, bool hasInfo)
@@ -27,6 +67,21 @@ Bundle::Bundle(QString path, QVariantMap info, bool hasInfo)
 }
 
 std::optional<Bundle> Bundle::bundleWithPath(const QString& path)
+{
+    std::optional<Bundle> bundle = readWithoutOpening(path);
+    if (bundle)
+        bundleCache().record(*bundle);
+    return bundle;
+}
+
+std::optional<Bundle> Bundle::bundleWithIdentifier(const QString& identifier)
+{
+    if (identifier.isEmpty())
+        return std::nullopt;
+    return bundleCache().find(identifier);
+}
+
+std::optional<Bundle> Bundle::readWithoutOpening(const QString& path)
 {
     if (path.isEmpty())
         return std::nullopt;

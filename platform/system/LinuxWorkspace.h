@@ -26,6 +26,12 @@ public:
     // "/" and every other mount of a block device, then each folder in <root>/Volumes
     // (where disk images appear), without repeats.
     QStringList mountedLocalVolumes() override;
+    // Linux keeps no registry of bundles, so the bundles are looked for where applications are
+    // installed: the user's Applications folder ($HOME/Applications), then the machine's
+    // (<root>/Applications); in each, its ".app" entries and those of its subfolders that are
+    // not packages themselves (suites install into a folder of their own), in name order. The
+    // first whose CFBundleIdentifier equals the identifier, ignoring case, wins.
+    std::optional<QString> fullPathForApplication(const QString& bundleIdentifier) override;
 
     // The name recycle() gives `name` in `trashFolder`: the name itself when free, else
     // "<base> 2.<ext>", "<base> 3.<ext>", ... (exposed for tests).

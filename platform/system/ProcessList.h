@@ -22,6 +22,10 @@ struct RunningApplication {
 // lowest process id of each (the order in which they were started, roughly).
 QList<RunningApplication> launchedApplications();
 
+// Whether an application with exactly this bundle identifier runs. An empty identifier is
+// never running: an application without one does not answer to an absent identifier.
+bool isApplicationRunning(const QString& bundleIdentifier);
+
 // Executable paths of every process of the current user that can be read.
 QStringList processExecutablePaths();
 

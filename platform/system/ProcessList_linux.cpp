@@ -78,7 +78,7 @@ RunningApplication describeApplication(const QString& bundlePath)
     QString folderName = QFileInfo(bundlePath).fileName();
     folderName.chop(4); // ".app", checked by applicationBundleOf
     app.name = folderName;
-    if (const auto bundle = Bundle::bundleWithPath(bundlePath)) {
+    if (const auto bundle = Bundle::readWithoutOpening(bundlePath)) {
         const QVariant name = bundle->objectForInfoDictionaryKey(QStringLiteral("CFBundleName"));
         if (name.typeId() == QMetaType::QString && !name.toString().isEmpty())
             app.name = name.toString();
@@ -105,6 +105,17 @@ QList<RunningApplication> launchedApplications()
         apps[found.value()].pids.append(process.pid);
     }
     return apps;
+}
+
+bool isApplicationRunning(const QString& bundleIdentifier)
+{
+    if (bundleIdentifier.isEmpty())
+        return false;
+    for (const RunningApplication& app : launchedApplications()) {
+        if (app.identifier == bundleIdentifier)
+            return true;
+    }
+    return false;
 }
 
 QStringList processExecutablePaths()

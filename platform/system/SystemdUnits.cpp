@@ -75,7 +75,7 @@ QString weekdayName(int weekday)
 }
 
 // The OnCalendar= values of one entry: one, or two when both Day and Weekday are set.
-std::optional<QStringList> entrySpecs(const QVariantMap& entry, int index, QString* error)
+std::optional<QStringList> entryLines(const QVariantMap& entry, int index, QString* error)
 {
     std::optional<int> values[5];
     const CalendarField* fields[] = {&kWeekday, &kMonth, &kDay, &kHour, &kMinute};
@@ -184,7 +184,7 @@ std::optional<QString> unitNameForLabel(const QString& label)
     return name;
 }
 
-std::optional<QStringList> calendarSpecs(const QVariant& interval, QString* error)
+std::optional<QStringList> onCalendarLines(const QVariant& interval, QString* error)
 {
     QVariantList entries;
     if (interval.typeId() == QMetaType::QVariantMap)
@@ -195,24 +195,24 @@ std::optional<QStringList> calendarSpecs(const QVariant& interval, QString* erro
         setError(error, QStringLiteral("StartCalendarInterval is neither a dictionary nor an array"));
         return std::nullopt;
     }
-    QStringList specs;
+    QStringList lines;
     for (int i = 0; i < entries.size(); ++i) {
         if (entries.at(i).typeId() != QMetaType::QVariantMap) {
             setError(error, QStringLiteral("StartCalendarInterval entry %1 is not a dictionary").arg(i));
             return std::nullopt;
         }
-        const std::optional<QStringList> entry = entrySpecs(entries.at(i).toMap(), i, error);
+        const std::optional<QStringList> entry = entryLines(entries.at(i).toMap(), i, error);
         if (!entry)
             return std::nullopt;
-        for (const QString& spec : *entry)
-            if (!specs.contains(spec))
-                specs << spec;
+        for (const QString& line : *entry)
+            if (!lines.contains(line))
+                lines << line;
     }
-    if (specs.isEmpty()) {
+    if (lines.isEmpty()) {
         setError(error, QStringLiteral("StartCalendarInterval has no entry"));
         return std::nullopt;
     }
-    return specs;
+    return lines;
 }
 
 std::optional<QString> execStartValue(const QString& executable, const QStringList& argv, QString* error)
@@ -249,7 +249,7 @@ std::optional<JobUnits> unitsForJob(const QVariantMap& job, Manager manager, QSt
         return std::nullopt;
     std::optional<QStringList> calendar;
     if (job.contains(QStringLiteral("StartCalendarInterval"))) {
-        calendar = calendarSpecs(job.value(QStringLiteral("StartCalendarInterval")), error);
+        calendar = onCalendarLines(job.value(QStringLiteral("StartCalendarInterval")), error);
         if (!calendar)
             return std::nullopt;
     }
@@ -265,8 +265,8 @@ std::optional<JobUnits> unitsForJob(const QVariantMap& job, Manager manager, QSt
         return units;
     }
     QString timer = header + QStringLiteral("\n[Timer]\n");
-    for (const QString& spec : *calendar)
-        timer += QStringLiteral("OnCalendar=") + spec + QLatin1Char('\n');
+    for (const QString& line : *calendar)
+        timer += QStringLiteral("OnCalendar=") + line + QLatin1Char('\n');
     timer += QStringLiteral("Persistent=true\n\n[Install]\nWantedBy=timers.target\n");
     units.timer = timer;
     return units;

@@ -50,7 +50,7 @@ std::optional<QString> unitNameForLabel(const QString& label);
 
 // OnCalendar= values of a StartCalendarInterval value, or std::nullopt with `error` set when
 // it is not a dictionary or an array of dictionaries of integers in range.
-std::optional<QStringList> calendarSpecs(const QVariant& interval, QString* error = nullptr);
+std::optional<QStringList> onCalendarLines(const QVariant& interval, QString* error = nullptr);
 
 // The value of ExecStart= for an executable and its whole argument vector (argv[0] first).
 std::optional<QString> execStartValue(const QString& executable, const QStringList& argv, QString* error = nullptr);

@@ -285,6 +285,14 @@ QVariantMap readGlobalPreferences()
     return readPersistentFile(globalPreferencesPath()).value_or(QVariantMap());
 }
 
+bool globalSwitchIsOn(const QString& key)
+{
+    const QVariant value = readGlobalPreferences().value(key);
+    if (value.typeId() == QMetaType::QString)
+        return value.toString() == QStringLiteral("1");
+    return fnd::isNumber(value) && value.toDouble() == 1.0;
+}
+
 bool writeGlobalPreferences(const QVariantMap& preferences)
 {
     const QString path = globalPreferencesPath();

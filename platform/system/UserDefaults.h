@@ -99,5 +99,8 @@ QString globalPreferencesPath();
 QVariantMap readGlobalPreferences();
 // Replaces the file atomically (Preferences folder created when missing).
 [[nodiscard]] bool writeGlobalPreferences(const QVariantMap& preferences);
+// A switch of the shared file ("disable-logging", "disable-crash-reporter"): on for the text
+// "1" or a number equal to YES (the boolean YES, or 1); off for anything else or no value.
+[[nodiscard]] bool globalSwitchIsOn(const QString& key);
 
 } // namespace sys

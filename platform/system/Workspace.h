@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <memory>
+#include <optional>
 
 namespace sys {
 
@@ -35,6 +36,9 @@ public:
     virtual bool isPackage(const QString& path) = 0;
     // Mount points of local volumes.
     virtual QStringList mountedLocalVolumes() = 0;
+    // The path of the application the desktop knows by this bundle identifier; nullopt when
+    // it knows none.
+    virtual std::optional<QString> fullPathForApplication(const QString& bundleIdentifier) = 0;
 };
 
 Workspace& workspace();

@@ -3,6 +3,7 @@
 
 #include "platform/system/LinuxWorkspace.h"
 
+#include "platform/foundation/Foundation.h"
 #include "platform/system/Bundle.h"
 #include "platform/system/FileTree.h"
 #include "platform/system/SystemEnvironment.h"
@@ -126,8 +127,9 @@ QString LinuxWorkspace::uniqueTrashName(const QString& trashFolder, const QStrin
 
 bool LinuxWorkspace::recycle(const QString& sourceFolder, const QString& trashFolder, const QString& name)
 {
+    // No folder is no folder: it never stands for the root.
     const QString source = sourceFolder + QLatin1Char('/') + name;
-    if (!isPlainName(name) || !filetree::exists(source))
+    if (sourceFolder.isEmpty() || !isPlainName(name) || !filetree::exists(source))
         return false;
     if (!QDir().mkpath(trashFolder)) {
         qCWarning(lcSystem) << "Cannot create the Trash folder" << trashFolder;
@@ -183,14 +185,10 @@ void LinuxWorkspace::notifyFileChanged(const QString&) {}
 
 bool LinuxWorkspace::isPackage(const QString& path)
 {
-    const QFileInfo info(path);
-    if (!info.isDir())
+    if (!QFileInfo(path).isDir())
         return false;
-    const QString name = info.fileName();
-    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    if (dot <= 0)
-        return false;
-    return packageExtensions().contains(name.mid(dot + 1).toLower());
+    // The extension as the platform reads it from the path ("X.app/" is an "app").
+    return packageExtensions().contains(fnd::pathExtension(path).toLower());
 }
 
 QStringList LinuxWorkspace::mountedLocalVolumes()

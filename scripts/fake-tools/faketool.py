@@ -15,7 +15,6 @@ $VELMORA_SYSROOT/tool-calls.log), then acts like the real tool on the sandbox tr
                                   (FAKE_INSTALLER_ALLOW_NONROOT=1 lifts that)
   killall [-SIG] NAME             signals processes named NAME whose executable lies under
                                   $VELMORA_SYSROOT or $HOME; status 1 when none matched
-  ditto [-c|-x] [-k] ... SRC DST  copies a tree, or makes (-c -k) / opens (-x -k) a zip
   pkexec PROGRAM ARGS...          runs the program as the same user (FAKE_PKEXEC_DENY=1:
                                   status 126, as when the user refuses)
   rm mv cp mkdir chmod chown touch  run the real tool with the same arguments
@@ -208,41 +207,6 @@ def killall(args):
     return 0 if hit else fail("killall", "No matching processes were found")
 
 
-def ditto(args):
-    flags = [a for a in args if a.startswith("-")]
-    paths = [a for a in args if not a.startswith("-")]
-    if len(paths) != 2:
-        return fail("ditto", "usage: ditto [options] src dst", 1)
-    src, dst = paths
-    try:
-        if "-c" in flags and "-k" in flags:
-            return make_zip(src, dst, "--keepParent" in flags)
-        if "-x" in flags and "-k" in flags:
-            os.makedirs(dst, exist_ok=True)
-            extract(src, dst)
-        elif os.path.isdir(src):
-            shutil.copytree(src, dst, symlinks=True, dirs_exist_ok=True)
-        else:
-            os.makedirs(os.path.dirname(os.path.abspath(dst)), exist_ok=True)
-            shutil.copy2(src, dst)
-    except (OSError, ValueError, zipfile.BadZipFile, tarfile.TarError) as e:
-        return fail("ditto", str(e))
-    return 0
-
-
-def make_zip(src, dst, keep_parent):
-    base = os.path.dirname(os.path.abspath(src)) if keep_parent else os.path.abspath(src)
-    with zipfile.ZipFile(dst, "w", zipfile.ZIP_DEFLATED) as z:
-        if os.path.isfile(src):
-            z.write(src, os.path.basename(src))
-            return 0
-        for folder, _, files in os.walk(src):
-            for name in files:
-                full = os.path.join(folder, name)
-                z.write(full, os.path.relpath(full, base))
-    return 0
-
-
 def pkexec(args):
     if os.environ.get("FAKE_PKEXEC_DENY") == "1":
         return fail("pkexec", "Not authorized", 126)
@@ -254,7 +218,7 @@ def pkexec(args):
         return fail("pkexec", str(e), 127)
 
 
-TOOLS = {"hdiutil": hdiutil, "installer": installer, "killall": killall, "ditto": ditto, "pkexec": pkexec}
+TOOLS = {"hdiutil": hdiutil, "installer": installer, "killall": killall, "pkexec": pkexec}
 
 
 def main():

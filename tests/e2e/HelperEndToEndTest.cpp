@@ -1,7 +1,8 @@
 // SoftwareUpdateHelper as built, in a sandbox: it waits for the running updater to quit,
 // replaces the bundle, detaches the image and relaunches; killed half-way it leaves the old
 // bundle in place and working, and a later run finishes the job; a refused command line or
-// a failed replacement touches nothing.
+// a failed replacement touches nothing. Each failure status leaves the user a working updater
+// at the destination, or a log line naming where the previous one is.
 #include "support/QtPrinters.h"
 #include "support/Sandbox.h"
 
@@ -14,6 +15,9 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QThread>
+
+#include <csignal>
+#include <unistd.h>
 
 namespace {
 
@@ -73,11 +77,42 @@ protected:
     }
 
     // The installed updater still starts and ends normally.
-    bool destinationRuns() const
+    bool destinationRuns() const { return bundleRuns(destination_); }
+
+    static bool bundleRuns(const QString& bundle)
     {
         QProcess p;
-        p.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("0")});
+        p.start(bundle + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("0")});
         return p.waitForFinished(10000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    }
+
+    // The new version's executable cannot be started: its interpreter does not exist.
+    bool breakNewExecutable()
+    {
+        return sb_.writeFile(source_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), "#!/nonexistent/interpreter\n", true);
+    }
+
+    bool waitForFile(const QString& path) const
+    {
+        QElapsedTimer waited;
+        waited.start();
+        while (!QFileInfo::exists(path) && waited.elapsed() < 5000)
+            QThread::msleep(50);
+        return QFileInfo::exists(path);
+    }
+
+    // The helper's own log, from the user's log folder or the machine's.
+    QString helperLog() const
+    {
+        QString log;
+        for (const QString& folder : {sb_.homePath(QStringLiteral("Library/Logs/Velmora")), sb_.sysPath(QStringLiteral("/Library/Logs/Velmora"))}) {
+            for (const QString& name : QDir(folder).entryList({QStringLiteral("SoftwareUpdateHelper*.log")}, QDir::Files)) {
+                QFile f(folder + QLatin1Char('/') + name);
+                if (f.open(QIODevice::ReadOnly))
+                    log += QString::fromUtf8(f.readAll());
+            }
+        }
+        return log;
     }
 
     Sandbox sb_;
@@ -103,21 +138,10 @@ TEST_F(HelperEndToEnd, WaitsForTheUpdaterThenReplacesDetachesAndRelaunches)
     EXPECT_EQ(leftovers(), QStringList());
     EXPECT_EQ(sb_.toolCalls(QStringLiteral("hdiutil")), (QList<QStringList>{{"hdiutil", "detach", volume_, "-force"}}));
     EXPECT_FALSE(QFileInfo::exists(volume_));
-    QElapsedTimer waited;
-    waited.start();
-    while (!QFileInfo::exists(marker_) && waited.elapsed() < 5000)
-        QThread::msleep(50);
-    EXPECT_TRUE(QFileInfo::exists(marker_)) << "the new updater was not started";
+    EXPECT_TRUE(waitForFile(marker_)) << "the new updater was not started";
 
     // Every step went to the helper's own log.
-    QString log;
-    for (const QString& folder : {sb_.homePath(QStringLiteral("Library/Logs/Velmora")), sb_.sysPath(QStringLiteral("/Library/Logs/Velmora"))}) {
-        for (const QString& name : QDir(folder).entryList({QStringLiteral("SoftwareUpdateHelper*.log")}, QDir::Files)) {
-            QFile f(folder + QLatin1Char('/') + name);
-            if (f.open(QIODevice::ReadOnly))
-                log += QString::fromUtf8(f.readAll());
-        }
-    }
+    const QString log = helperLog();
     for (const char* step : {"Waiting for", "Moving the new bundle into place...", "Unmounting disk image", "Relaunching"})
         EXPECT_TRUE(log.contains(QString::fromUtf8(step))) << step << "\n" << log.toStdString();
 }
@@ -171,6 +195,15 @@ TEST_F(HelperEndToEnd, RefusedCommandLinesAndFailedCopiesTouchNothing)
         int status;
     };
     const QString missing = sb_.sysPath(QStringLiteral("/Volumes/Gone/Velmora Software Update.app"));
+    // A new version whose executable may not be run would leave no updater that starts.
+    const QString unrunnable = volume_ + QStringLiteral("/Unrunnable/Velmora Software Update.app");
+    FakeBundle broken;
+    broken.path = unrunnable;
+    broken.identifier = QStringLiteral("com.velmora.SoftwareUpdate");
+    broken.version = QStringLiteral("300");
+    broken.name = QStringLiteral("SoftwareUpdate");
+    ASSERT_FALSE(sb_.createBundle(broken).isEmpty());
+    ASSERT_TRUE(QFile::setPermissions(unrunnable + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), QFile::ReadOwner | QFile::WriteOwner));
     const QList<Case> cases = {
         {{"-source", source_, "-destination", destination_}, 1},
         {{"-source", source_, "-destination", destination_, "-mountpath"}, 1},
@@ -178,7 +211,9 @@ TEST_F(HelperEndToEnd, RefusedCommandLinesAndFailedCopiesTouchNothing)
         {{"-source", source_, "-destination", sb_.sysPath(QStringLiteral("/Applications")), "-mountpath", volume_}, 1},
         {{"-source", destination_, "-destination", destination_, "-mountpath", volume_}, 1},
         {{"-source", source_, "-destination", destination_, "-mountpath", volume_, "-bogus", "1"}, 1},
-        // A source that is not there: the replacement fails and the old bundle stays.
+        // A new version that could not be started, and a source that is not there: the
+        // replacement fails and the old bundle stays.
+        {{"-source", unrunnable, "-destination", destination_, "-mountpath", volume_, "-silent", "1"}, 3},
         {{"-source", missing, "-destination", destination_, "-mountpath", volume_, "-silent", "1"}, 3},
     };
     for (const Case& c : cases) {
@@ -189,6 +224,73 @@ TEST_F(HelperEndToEnd, RefusedCommandLinesAndFailedCopiesTouchNothing)
         EXPECT_EQ(leftovers(), QStringList());
     }
     EXPECT_TRUE(destinationRuns());
+}
+
+TEST_F(HelperEndToEnd, UpdaterThatNeverQuitsLeavesEverythingInPlace)
+{
+    // An updater hung in its termination: it ignores the polite quit.
+    QProcess updater;
+    updater.setChildProcessModifier([] { ::signal(SIGTERM, SIG_IGN); });
+    updater.start(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {QStringLiteral("300")});
+    ASSERT_TRUE(updater.waitForStarted());
+    ::kill(pid_t(updater.processId()), SIGTERM);
+    ASSERT_FALSE(updater.waitForFinished(500));
+
+    const RunResult r = sb_.runHelper(helperArgs(false));
+    EXPECT_EQ(r.exitCode, 2) << r.describe().toStdString();
+    EXPECT_EQ(infoVersion(), QStringLiteral("100"));
+    EXPECT_EQ(leftovers(), QStringList());
+    EXPECT_TRUE(QFileInfo::exists(volume_)) << "the image stays mounted for another try";
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
+    EXPECT_TRUE(helperLog().contains(QStringLiteral("did not quit; nothing was replaced"))) << helperLog().toStdString();
+    updater.kill();
+    ASSERT_TRUE(updater.waitForFinished(5000));
+    EXPECT_TRUE(destinationRuns());
+}
+
+TEST_F(HelperEndToEnd, NewUpdaterThatCannotStartIsReplacedByThePreviousOne)
+{
+    ASSERT_TRUE(breakNewExecutable());
+    const QString oldMarker = sb_.tmpPath(QStringLiteral("old-relaunched"));
+    ASSERT_TRUE(sb_.writeFile(destination_ + QStringLiteral("/Contents/MacOS/SoftwareUpdate"),
+                              QStringLiteral("#!/bin/sh\necho old > '%1'\n").arg(oldMarker).toUtf8(), true));
+
+    const RunResult r = sb_.runHelper(helperArgs(false));
+    EXPECT_EQ(r.exitCode, 5) << r.describe().toStdString();
+    EXPECT_EQ(infoVersion(), QStringLiteral("100"));
+    EXPECT_EQ(leftovers(), QStringList());
+    EXPECT_TRUE(waitForFile(oldMarker)) << "the previous updater was not started again";
+    EXPECT_TRUE(destinationRuns());
+    EXPECT_FALSE(QFileInfo::exists(volume_));
+}
+
+TEST_F(HelperEndToEnd, PreviousUpdaterThatCannotBePutBackIsNamedInTheLog)
+{
+    const std::optional<uint> uid = Sandbox::unprivilegedUid();
+    if (!uid)
+        GTEST_SKIP() << "needs root to run the helper as an unprivileged user";
+    ASSERT_TRUE(sb_.giveHomeTo(*uid));
+    const QString applications = sb_.sysPath(QStringLiteral("/Applications"));
+    const QString owner = QStringLiteral("%1:%1").arg(*uid);
+    ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/chown"), {QStringLiteral("-R"), owner, applications}), 0);
+    ASSERT_TRUE(breakNewExecutable());
+    // While the image is detached, the applications folder is locked against its owner (as an
+    // administrator or a management tool may do): the new updater cannot be moved out again.
+    ASSERT_TRUE(sb_.writeFile(sb_.sysPath(QStringLiteral("/usr/bin/hdiutil")),
+                              QStringLiteral("#!/bin/sh\nchmod 0555 '%1'\n").arg(applications).toUtf8(), true));
+
+    vltest::RunOptions options;
+    options.uid = uid;
+    const RunResult r = sb_.runHelper(helperArgs(false), options);
+    ASSERT_TRUE(QFile::setPermissions(applications, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    EXPECT_EQ(r.exitCode, 4) << r.describe().toStdString();
+    const QStringList kept = leftovers();
+    ASSERT_EQ(kept.size(), 1) << kept.join(QLatin1Char(' ')).toStdString();
+    const QString previous = applications + QLatin1Char('/') + kept.first();
+    EXPECT_TRUE(helperLog().contains(previous)) << helperLog().toStdString();
+    EXPECT_EQ(sb_.readPlist(previous + QStringLiteral("/Contents/Info.plist")).value_or(QVariant()).toMap().value(QStringLiteral("CFBundleVersion")),
+              QStringLiteral("100"));
+    EXPECT_TRUE(bundleRuns(previous));
 }
 
 } // namespace

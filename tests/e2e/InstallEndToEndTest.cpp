@@ -17,6 +17,9 @@
 #include <QJsonArray>
 #include <QProcess>
 
+#include <functional>
+#include <unistd.h>
+
 namespace {
 
 using vltest::NotificationListener;
@@ -71,6 +74,19 @@ protected:
         ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), record));
     }
 
+    // The updater's own defaults with both test feeds and an unrelated key set; what remains
+    // of them after a run.
+    void seedTestFeeds()
+    {
+        ASSERT_TRUE(sb_.writeUserDefaults(QStringLiteral("com.velmora.SoftwareUpdate"),
+                                          {{"testURL", "https://feeds.test/group.xml"}, {"testSelfURL", "https://feeds.test/self.xml"},
+                                           {"showBetaUpdates", 1}}));
+    }
+    QStringList defaultsKeys() const
+    {
+        return sb_.readPlist(sb_.userPreferencesFile(QStringLiteral("com.velmora.SoftwareUpdate"))).value_or(QVariant()).toMap().keys();
+    }
+
     QStringList errorsPosted() const
     {
         QStringList texts;
@@ -103,9 +119,13 @@ TEST_F(InstallEndToEnd, GroupPackageIsInstalledAndEverythingCleanedUp)
 {
     const QString id = QStringLiteral("com.velmora.tessel");
     publishGroupUpdate(id);
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update...", "Done."}));
+    // The finished installation forgets the test group feed, and only that.
+    EXPECT_FALSE(defaultsKeys().contains(QStringLiteral("testURL")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testSelfURL")) && defaultsKeys().contains(QStringLiteral("showBetaUpdates")));
 
     const QString image = tempFolder() + QStringLiteral("/Tessel.dmg");
     const QString volume = sb_.sysPath(QStringLiteral("/Volumes/Tessel Installer"));
@@ -123,6 +143,43 @@ TEST_F(InstallEndToEnd, GroupPackageIsInstalledAndEverythingCleanedUp)
     EXPECT_EQ(names.last(), QStringLiteral("postFinishedTask"));
     EXPECT_GE(names.count(QStringLiteral("incrementRemoteProgress")), 4);
     EXPECT_EQ(server_.unexpectedRequests(), QStringList());
+}
+
+// The group appcast exactly as the server sends it ("groupID", no "groupid"): the run quits
+// no running vendor application, neither one that names the group nor one without a group,
+// and neither the client nor itself.
+TEST_F(InstallEndToEnd, TheServedGroupAppcastLeavesRunningVendorApplicationsAlone)
+{
+    const QString id = QStringLiteral("com.velmora.suite");
+    publishGroupUpdate(id, false);
+    const QVariantMap served{{"groupID", id}, {"groupVersion", 300}, {"groupVersionString", "3.0"}, {"title", "Tessel 3.0"},
+                             {"url", server_.url(QStringLiteral("/files/Tessel.dmg"))},
+                             {"checksum", sha1Of(file(QStringLiteral("Tessel.dmg")))}};
+    ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), served));
+    QList<std::shared_ptr<QProcess>> running;
+    for (const auto& [name, extra] : {std::pair<QString, QVariantMap>{QStringLiteral("Notes"), {}},
+                                      {QStringLiteral("Clips"), {{QStringLiteral("VLGroupID"), id}}}}) {
+        vltest::FakeBundle app;
+        app.path = sb_.sysPath(QStringLiteral("/Applications/Velmora %1.app").arg(name));
+        app.identifier = QStringLiteral("com.velmora.") + name.toLower();
+        app.extraInfo = extra;
+        ASSERT_FALSE(sb_.createBundle(app).isEmpty());
+        auto process = std::make_shared<QProcess>();
+        process->start(app.path + QStringLiteral("/Contents/MacOS/Velmora ") + name, {QStringLiteral("300")});
+        ASSERT_TRUE(process->waitForStarted());
+        running << process;
+    }
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update...", "Done."}));
+    EXPECT_EQ(readAll(sb_.sysPath(QStringLiteral("/Applications/Tessel.app/Contents/Info.plist"))), QByteArray("new build"));
+    for (const auto& process : running) {
+        EXPECT_FALSE(process->waitForFinished(200)) << process->program().toStdString() << " was quit";
+        process->kill();
+        process->waitForFinished();
+    }
+    ASSERT_TRUE(listener_->waitForMessages(1));
+    EXPECT_EQ(listener_->messageNames().last(), QStringLiteral("postFinishedTask"));
 }
 
 TEST_F(InstallEndToEnd, ClientProductsGetTheDisconnectAndTheInstallerRunsOnWithoutUs)
@@ -172,6 +229,7 @@ TEST_F(InstallEndToEnd, ChecksumMismatchStopsBeforeMounting)
 {
     const QString id = QStringLiteral("com.velmora.tessel");
     publishGroupUpdate(id, true, QStringLiteral("0000000000000000000000000000000000000000"));
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     const QString text = QStringLiteral("Unable to install Tessel. Downloaded file is different from the server's version. "
@@ -181,6 +239,27 @@ TEST_F(InstallEndToEnd, ChecksumMismatchStopsBeforeMounting)
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("installer")).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(tempFolder() + QStringLiteral("/Tessel.dmg")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL"))) << "an installation that stopped early keeps it";
+}
+
+// A type the entry point does not know downloads the update and then installs nothing.
+TEST_F(InstallEndToEnd, AnUnknownTypeDownloadsAndInstallsNothing)
+{
+    const QString id = QStringLiteral("com.velmora.tessel");
+    publishGroupUpdate(id);
+    seedTestFeeds();
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("Group"), id});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update..."}));
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
+    EXPECT_TRUE(sb_.toolCalls(QStringLiteral("installer")).isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Applications/Tessel.app"))));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL")) && defaultsKeys().contains(QStringLiteral("testSelfURL")));
+    // Progress only: neither an error nor the end of the task is posted (the client hears
+    // each message before the run ends).
+    const QStringList names = listener_->messageNames();
+    EXPECT_FALSE(names.isEmpty());
+    EXPECT_EQ(names.count(QStringLiteral("incrementRemoteProgress")), names.size()) << names.join(QLatin1Char('|')).toStdString();
 }
 
 TEST_F(InstallEndToEnd, FailedDownloadsLeaveNothingBehind)
@@ -218,6 +297,129 @@ TEST_F(InstallEndToEnd, HostileDownloadNamesAreRefused)
     EXPECT_TRUE(sb_.toolCalls(QStringLiteral("hdiutil")).isEmpty());
 }
 
+TEST_F(InstallEndToEnd, AnAddressThatIsNotTextEndsTheRunThroughTheExceptionPath)
+{
+    const QString id = QStringLiteral("com.velmora.tessel");
+    const QVariantMap record{{"type", "group"}, {"title", "Tessel"}, {"groupid", id}, {"url", 42}};
+    ASSERT_TRUE(sb_.writePlist(srv_ + QStringLiteral("/rss/appcasts/") + id + QStringLiteral(".xml"), record));
+    const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), id});
+    EXPECT_EQ(r.exitCode, 1) << r.describe().toStdString();
+    const QString text = QStringLiteral("Exception in -[AppController startDownloadForObject:]. NSInvalidArgumentException - "
+                                        "-[__NSCFNumber lastPathComponent]: unrecognized selector sent to instance.");
+    EXPECT_TRUE(r.out().contains(text)) << r.describe().toStdString();
+    EXPECT_EQ(errorsPosted(), QStringList{text});
+    ASSERT_TRUE(listener_->waitForMessages(1));
+    EXPECT_EQ(listener_->messageNames().last(), QStringLiteral("postFinishedTask"));
+    EXPECT_FALSE(QFileInfo::exists(tempFolder() + QStringLiteral("/42")));
+}
+
+// A shared temporary folder must not let another local user redirect a run, root or not:
+// the download folder is never followed through a link nor used when another user owns
+// it, and a link at the download's name is never written through.
+class DownloadFolderEndToEnd : public InstallEndToEnd {
+protected:
+    void SetUp() override
+    {
+        InstallEndToEnd::SetUp();
+        publishGroupUpdate(kId);
+        outside_ = sb_.tmpPath(QStringLiteral("outside"));
+        // The server's own folder is private to root: every runner gets a readable copy of its CA.
+        const QString ca = sb_.tmpPath(QStringLiteral("ca.pem"));
+        ASSERT_TRUE(QFile::copy(server_.caFile(), ca));
+        sb_.setEnv(QStringLiteral("VELMORA_CA_FILE"), ca);
+    }
+
+    static void removeEntry(const QString& path)
+    {
+        if (QFileInfo(path).isSymLink() || QFileInfo(path).isFile())
+            QFile::remove(path);
+        else
+            QDir(path).removeRecursively();
+    }
+
+    // A fresh temporary folder with `plant` done in it, handed to `user` (when given) before
+    // `afterHandOver`; then -install as `user` (root when none).
+    RunResult runPlanted(const std::optional<uint>& user, const std::function<void()>& plant,
+                         const std::function<void()>& afterHandOver = {})
+    {
+        removeEntry(tempFolder());
+        removeEntry(outside_);
+        EXPECT_TRUE(sb_.writeFile(outside_ + QStringLiteral("/keep.txt"), "keep"));
+        plant();
+        if (user) {
+            EXPECT_TRUE(sb_.giveHomeTo(*user));
+        }
+        if (afterHandOver)
+            afterHandOver();
+        vltest::RunOptions options;
+        options.uid = user;
+        hdiutilBefore_ = sb_.toolCalls(QStringLiteral("hdiutil")).size();
+        return sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("group"), kId}, options);
+    }
+
+    // The image tool's calls of the last run.
+    QList<QStringList> hdiutilCalls() const { return sb_.toolCalls(QStringLiteral("hdiutil")).mid(hdiutilBefore_); }
+
+    QStringList outsideEntries() const
+    {
+        return QDir(outside_).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    void expectRefused(const RunResult& r, const QString& reason, const char* what)
+    {
+        EXPECT_EQ(r.exitCode, 1) << what << r.describe().toStdString();
+        const QString failed = QStringLiteral("Download failed - The folder %1 %2").arg(tempFolder(), reason);
+        EXPECT_TRUE(errorsPosted().contains(failed)) << what << ": " << errorsPosted().join(QLatin1Char('|')).toStdString();
+        EXPECT_TRUE(hdiutilCalls().isEmpty()) << what;
+    }
+
+    const QString kId = QStringLiteral("com.velmora.tessel");
+    QString outside_;
+    qsizetype hdiutilBefore_ = 0;
+};
+
+TEST_F(DownloadFolderEndToEnd, PlantedLinksAndForeignFoldersNeverRedirectADownload)
+{
+    QList<std::optional<uint>> runners{std::nullopt};
+    if (const auto nobody = Sandbox::unprivilegedUid())
+        runners << nobody;
+    for (const std::optional<uint>& user : runners) {
+        SCOPED_TRACE(user ? "as an unprivileged user" : "as the test's own user");
+        const auto linkTo = [](const QString& target, const QString& link) { ASSERT_TRUE(QFile::link(target, link)); };
+
+        // The folder itself is a link to a folder elsewhere.
+        RunResult r = runPlanted(user, [&] { linkTo(outside_, tempFolder()); });
+        expectRefused(r, QStringLiteral("is a symbolic link."), "folder link");
+        EXPECT_EQ(outsideEntries(), QStringList{QStringLiteral("keep.txt")});
+        EXPECT_TRUE(QFileInfo(tempFolder()).isSymLink());
+
+        // The folder belongs to someone else, who left it open to everyone.
+        if (Sandbox::unprivilegedUid()) {
+            const uint owner = user ? 0 : *Sandbox::unprivilegedUid();
+            r = runPlanted(user, [&] { ASSERT_TRUE(sb_.writeFile(tempFolder() + QStringLiteral("/theirs.dmg"), "theirs")); },
+                           [&] {
+                               ASSERT_EQ(::lchown(QFile::encodeName(tempFolder()).constData(), owner, owner), 0);
+                               ASSERT_TRUE(QFile::setPermissions(tempFolder(), QFileDevice::Permissions(0x7777)));
+                           });
+            expectRefused(r, QStringLiteral("belongs to another user."), "foreign folder");
+            EXPECT_EQ(QDir(tempFolder()).entryList(QDir::Files), QStringList{QStringLiteral("theirs.dmg")});
+        }
+
+        // A link, live or dangling, sits at the download's name: the download replaces the
+        // link and never writes through it.
+        for (const QString& target : {QStringLiteral("keep.txt"), QStringLiteral("created.dmg")}) {
+            r = runPlanted(user, [&] {
+                ASSERT_TRUE(QDir().mkpath(tempFolder()));
+                linkTo(outside_ + QLatin1Char('/') + target, tempFolder() + QStringLiteral("/Tessel.dmg"));
+            });
+            EXPECT_EQ(r.exitCode, 0) << target.toStdString() << r.describe().toStdString();
+            EXPECT_EQ(hdiutilCalls().value(0).value(2), tempFolder() + QStringLiteral("/Tessel.dmg"));
+            EXPECT_EQ(outsideEntries(), QStringList{QStringLiteral("keep.txt")}) << target.toStdString();
+            EXPECT_EQ(readAll(outside_ + QStringLiteral("/keep.txt")), QByteArray("keep"));
+        }
+    }
+}
+
 class SelfInstallEndToEnd : public InstallEndToEnd {
 protected:
     QString helperPath() const
@@ -242,9 +444,13 @@ TEST_F(SelfInstallEndToEnd, HandsOverToTheHelperWithSilentLast)
     publishSelfUpdate();
     const QString argsFile = sb_.tmpPath(QStringLiteral("helper-args"));
     ASSERT_TRUE(sb_.writeFile(helperPath(), QStringLiteral("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > '%1'\n").arg(argsFile).toUtf8(), true));
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("self"), QStringLiteral("com.velmora.SoftwareUpdate")});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), (QStringList{"Downloading installer...", "Installing update..."}));
+    // Handing over forgets the test feed of the updater's own updates, and only that.
+    EXPECT_FALSE(defaultsKeys().contains(QStringLiteral("testSelfURL")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testURL")) && defaultsKeys().contains(QStringLiteral("showBetaUpdates")));
     const QString volume = sb_.sysPath(QStringLiteral("/Volumes/Velmora Software Update"));
     for (int i = 0; i < 50 && !QFileInfo::exists(argsFile); ++i)
         QThread::msleep(100);
@@ -260,9 +466,11 @@ TEST_F(SelfInstallEndToEnd, HandsOverToTheHelperWithSilentLast)
 TEST_F(SelfInstallEndToEnd, MissingHelperLeavesTheImageMountedAndSaysSo)
 {
     publishSelfUpdate();
+    seedTestFeeds();
     const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("self"), QStringLiteral("com.velmora.SoftwareUpdate")});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_FALSE(r.out().contains(QStringLiteral("Done.")));
+    EXPECT_TRUE(defaultsKeys().contains(QStringLiteral("testSelfURL"))) << "no hand-over, so it is kept";
     EXPECT_EQ(errorsPosted(), QStringList{QStringLiteral("Unable to install Velmora Software Update 2.0 - the installer is missing "
                                                          "important files. Please install this update manually.")});
     EXPECT_TRUE(QFileInfo::exists(sb_.sysPath(QStringLiteral("/Volumes/Velmora Software Update"))));
@@ -323,6 +531,60 @@ TEST_F(SparkleInstallEndToEnd, OldBundleGoesToTheTrashAndTheNewOneIsCopiedIn)
     EXPECT_FALSE(QFileInfo::exists(volume));
     EXPECT_FALSE(QFileInfo::exists(tempFolder()));
     EXPECT_TRUE(errorsPosted().isEmpty()) << errorsPosted().join(QLatin1Char('|')).toStdString();
+}
+
+// The path as shell completion types it, with a trailing "/", and a path relative to the
+// working directory name the same application as its plain absolute path.
+TEST_F(SparkleInstallEndToEnd, EveryFormOfThePathInstallsExactlyAsThePlainOne)
+{
+    publish({{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}});
+    const QString oldBundle = sb_.root() + QStringLiteral("/old-bundle");
+    ASSERT_EQ(QProcess::execute(QStringLiteral("/bin/cp"), {QStringLiteral("-a"), installed_, oldBundle}), 0);
+    struct Outcome {
+        int exitCode;
+        QStringList status;
+        QStringList applications;
+        QStringList trash;
+        QByteArray info;
+        QList<QStringList> tools;
+    };
+    const auto entries = [](const QString& folder) { return QDir(folder).entryList(QDir::NoDotAndDotDot | QDir::AllEntries); };
+    const auto installFrom = [&](const QString& path, const QString& workingDirectory) {
+        vltest::RunOptions options;
+        options.workingDirectory = workingDirectory;
+        const RunResult r = sb_.runUpdater({QStringLiteral("-install"), QStringLiteral("sparkle"), path}, options);
+        const Outcome outcome{r.exitCode, statusLines(r), entries(sb_.sysPath(QStringLiteral("/Applications"))),
+                              entries(sb_.homePath(QStringLiteral(".Trash"))), readAll(installed_ + QStringLiteral("/Contents/Info.plist")),
+                              sb_.toolCalls()};
+        // Back to the state before the run.
+        EXPECT_TRUE(QDir(installed_).removeRecursively() && QDir(sb_.homePath(QStringLiteral(".Trash"))).removeRecursively());
+        EXPECT_TRUE(QDir().mkpath(sb_.homePath(QStringLiteral(".Trash"))));
+        EXPECT_EQ(QProcess::execute(QStringLiteral("/bin/cp"), {QStringLiteral("-a"), oldBundle, installed_}), 0);
+        QFile::remove(sb_.toolLogPath());
+        return outcome;
+    };
+    const Outcome plain = installFrom(installed_, {});
+    EXPECT_EQ(plain.exitCode, 0);
+    EXPECT_EQ(plain.info, QByteArray("new build"));
+    EXPECT_EQ(plain.trash, QStringList{QStringLiteral("Tessel.app")});
+    const QString applications = sb_.sysPath(QStringLiteral("/Applications"));
+    for (const auto& [path, workingDirectory] : {std::pair{installed_ + QStringLiteral("/"), QString()},
+                                                 std::pair{QStringLiteral("Tessel.app/"), applications}}) {
+        const Outcome other = installFrom(path, workingDirectory);
+        const std::string form = path.toStdString();
+        EXPECT_EQ(other.exitCode, plain.exitCode) << form;
+        EXPECT_EQ(other.status, plain.status) << form;
+        EXPECT_EQ(other.applications, plain.applications) << form;
+        EXPECT_EQ(other.trash, plain.trash) << form;
+        EXPECT_EQ(other.info, plain.info) << form;
+        // The tools see the path as given; a trailing "/" is the same folder to them.
+        QList<QStringList> tools = other.tools;
+        for (QStringList& call : tools)
+            for (QString& argument : call)
+                if (argument.size() > 1 && argument.endsWith(QLatin1Char('/')))
+                    argument.chop(1);
+        EXPECT_EQ(tools, plain.tools) << form;
+    }
 }
 
 TEST_F(SparkleInstallEndToEnd, FailuresLeaveTheInstalledAppUntouched)

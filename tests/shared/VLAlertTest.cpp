@@ -225,15 +225,6 @@ TEST_F(VLAlertTest, SuppressionBoxIsBoundToTheUserDefault)
     EXPECT_TRUE(object->alertEnded());
 }
 
-TEST_F(VLAlertTest, MainWindowIsThePresentersAskedOnTheMainThread)
-{
-    QObject window;
-    presenter().window = &window;
-    QObject* seen = nullptr;
-    vltest::runOffMainThread([&] { seen = VLAlert::mainWindow(); });
-    EXPECT_EQ(seen, &window);
-}
-
 TEST(VLAlertWithoutPresenter, AlertIsLoggedAndAnsweredWithTheDefaultButton)
 {
     vltest::LogFixture log;

@@ -1,5 +1,6 @@
 // Privileged operations as root: refusals, trash naming and the exact tool arguments.
-// The unprivileged side (pkexec, no interface, refusal) is exercised in VLFileManagerLadderTest.
+// The unprivileged side (pkexec, no interface, refusal) is exercised in VLFileManagerLadderTest
+// and, for the privileged tool runner itself, in VLAuthorizationChannelTest.
 #include "VLFileManagerTestSupport.h"
 
 #include "shared/VLAuthorization.h"

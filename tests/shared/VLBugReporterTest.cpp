@@ -1,9 +1,11 @@
 #include "shared/VLBugReporter.h"
+#include "shared/VLLog.h"
 
 #include "platform/plist/PropertyList.h"
 #include "platform/system/UserDefaults.h"
 #include "support/QtPrinters.h"
 #include "support/Sandbox.h"
+#include "support/StdoutCapture.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -65,8 +67,18 @@ protected:
         EXPECT_TRUE(f.setFileTime(launch_.addSecs(60 * minutes), QFileDevice::FileModificationTime));
         return path;
     }
-    void disableReporter() { sys::UserDefaults::standard().setObject(QStringLiteral("1"), QStringLiteral("disable-crash-reporter")); }
-    void enableReporter() { sys::UserDefaults::standard().removeObjectForKey(QStringLiteral("disable-crash-reporter")); }
+    // The switch lives in the vendor's shared preferences file.
+    void setSwitch(const QVariant& value)
+    {
+        QVariantMap shared = sys::readGlobalPreferences();
+        if (value.isValid())
+            shared.insert(QStringLiteral("disable-crash-reporter"), value);
+        else
+            shared.remove(QStringLiteral("disable-crash-reporter"));
+        ASSERT_TRUE(sys::writeGlobalPreferences(shared));
+    }
+    void disableReporter() { setSwitch(QStringLiteral("1")); }
+    void enableReporter() { setSwitch(QVariant()); }
 
     Sandbox box_;
     QDateTime launch_;
@@ -151,6 +163,35 @@ TEST_F(VLBugReporterTest, OpensTheReportWithTheBugReporterUnlessDisabled)
     ASSERT_TRUE(byReporter.open(QIODevice::ReadOnly));
     EXPECT_EQ(QString::fromUtf8(byReporter.readAll()), crash);
     EXPECT_EQ(box_.toolCalls(QStringLiteral("xdg-open")).size(), 1);
+}
+
+TEST_F(VLBugReporterTest, TheSwitchIsReadFromTheSharedVendorFileOnly)
+{
+    writeDates(launch_, std::nullopt);
+    report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_x.crash"), 1);
+    struct Case { const char* what; QVariant shared; QVariant ownDefaults; bool disabled; };
+    const Case cases[] = {
+        {"text 1", QStringLiteral("1"), QVariant(), true},
+        {"boolean YES", true, QVariant(), true},
+        {"text 0", QStringLiteral("0"), QVariant(), false},
+        {"boolean NO", false, QVariant(), false},
+        {"set only in the updater's own defaults", QVariant(), QStringLiteral("1"), false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        setSwitch(c.shared);
+        auto& own = sys::UserDefaults::standard();
+        if (c.ownDefaults.isValid())
+            own.setObject(c.ownDefaults, QStringLiteral("disable-crash-reporter"));
+        else
+            own.removeObjectForKey(QStringLiteral("disable-crash-reporter"));
+        const QByteArray printed = vltest::captureStdout([&] {
+            EXPECT_TRUE(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()).has_value());
+            VLLog::finishWriting(); // the writer echoes its lines: all of this case's, none later
+        });
+        EXPECT_EQ(printed.contains("Crash reporter disabled"), c.disabled) << printed.constData();
+    }
+    sys::UserDefaults::standard().removeObjectForKey(QStringLiteral("disable-crash-reporter"));
 }
 
 TEST_F(VLBugReporterTest, StartAndStopRecordTheDatesAndTellTheDelegate)

@@ -231,6 +231,55 @@ TEST_F(TaskExTest, RunTaskTimeoutWaitsForTheChild)
     EXPECT_FALSE(vltest::LogFixture::logText().contains(QStringLiteral("timed out")));
 }
 
+// Counts the requests other threads make of the main thread (blocking queued calls).
+class MainThreadRequests : public QObject {
+public:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::MetaCall)
+            ++count;
+        return QObject::eventFilter(watched, event);
+    }
+    int count = 0;
+};
+
+TEST_F(TaskExTest, ATimerWhoseCallReturnedStillPerformsTimeout)
+{
+    const QString quick = script(QStringLiteral("quick"), "exit 0");
+    const QString hang = script(QStringLiteral("hang"), "exec sleep 30");
+    auto emptied = VLTaskEx::create();
+    auto reused = VLTaskEx::create();
+    const std::weak_ptr<VLTaskEx> emptiedAlive = emptied;
+    const std::weak_ptr<VLTaskEx> reusedAlive = reused;
+    // The main thread turns no events meanwhile, so neither timer can act before its call
+    // has returned and cleared theTask.
+    std::thread([&] {
+        EXPECT_EQ(emptied->terminationCodeFromTaskWithTimer(quick, {}, 1), 0);
+        EXPECT_EQ(reused->terminationCodeFromTaskWithTimer(quick, {}, 1), 0);
+    }).join();
+    EXPECT_FALSE(emptied->theTask());
+    // Whatever theTask holds when the timer wakes is what timeout acts on.
+    auto child = std::make_shared<VLChildProcess>(hang, QStringList());
+    child->setStandardOutput(VLChildProcess::Stream::Null);
+    child->launch();
+    reused->setTheTask(child);
+    emptied.reset();
+    reused.reset();
+
+    MainThreadRequests requests;
+    QCoreApplication::instance()->installEventFilter(&requests);
+    const auto guard = Clock::now() + std::chrono::seconds(30);
+    while ((!emptiedAlive.expired() || !reusedAlive.expired()) && Clock::now() < guard)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    QCoreApplication::instance()->removeEventFilter(&requests);
+
+    EXPECT_TRUE(emptiedAlive.expired() && reusedAlive.expired());
+    EXPECT_EQ(requests.count, 2); // one timeout per timer, the one that found no task included
+    const QString log = vltest::LogFixture::logText();
+    EXPECT_EQ(log.count(QStringLiteral("timed out. Terminating...")), 1) << log.toStdString();
+    EXPECT_TRUE(log.contains(QStringLiteral("Task %1 timed out. Terminating...").arg(hang)));
+}
+
 struct Deliveries {
     std::mutex mutex;
     std::condition_variable changed;

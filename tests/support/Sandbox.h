@@ -95,9 +95,10 @@ public:
     QString createBundle(const FakeBundle& bundle);
 
     // Copies scripts/fake-tools/faketool.py to every path the program runs a system tool from
-    // (usr/bin/{hdiutil,killall,ditto,touch,xattr,xdg-open,pkexec,systemctl}, usr/sbin/{installer,
+    // (usr/bin/{hdiutil,killall,touch,xattr,xdg-open,pkexec,systemctl}, usr/sbin/{installer,
     // diskutil,chown}, bin/{launchctl,rm,mv,cp,mkdir,chmod}); runs record to toolLogPath()
     // (writable by every user). Switches for failures: see the head of faketool.py.
+    // usr/bin/{zip,unzip} are links to the machine's own tools (not recorded).
     [[nodiscard]] bool installFakeTools();
     QString toolLogPath() const; // <sysroot>/tool-calls.log
     // Every recorded call, argv[0] being the tool's base name; filtered by tool when given.

@@ -21,11 +21,14 @@ namespace {
 
 // Where the program runs each tool from, relative to the system root.
 const char* const kToolPaths[] = {
-    "/usr/bin/hdiutil", "/usr/sbin/installer", "/usr/bin/killall", "/usr/bin/ditto",
+    "/usr/bin/hdiutil", "/usr/sbin/installer", "/usr/bin/killall",
     "/usr/bin/touch", "/usr/bin/xattr", "/usr/bin/xdg-open", "/usr/bin/pkexec",
     "/usr/sbin/diskutil", "/usr/sbin/chown", "/bin/launchctl", "/bin/rm", "/bin/mv",
     "/bin/cp", "/bin/mkdir", "/bin/chmod", "/usr/bin/systemctl",
 };
+
+// Tools that are the machine's own, linked into the system root: archives are real zip files.
+const char* const kRealToolPaths[] = {"/usr/bin/zip", "/usr/bin/unzip"};
 
 bool runTool(const QString& program, const QStringList& args)
 {
@@ -149,6 +152,12 @@ bool Sandbox::installFakeTools()
             return false;
         QFile(target).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
                                      | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
+    }
+    for (const char* tool : kRealToolPaths) {
+        const QString target = sysPath(QLatin1String(tool));
+        QFile::remove(target);
+        if (!QFile::link(QLatin1String(tool), target))
+            return false;
     }
     // Unprivileged runs record their calls and attach volumes too.
     QFile log(toolLogPath());

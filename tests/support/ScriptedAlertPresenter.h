@@ -92,14 +92,18 @@ public:
     // Every alert made, in order; kept alive here as a real presenter keeps its windows.
     QList<std::shared_ptr<ScriptedAlert>> alerts;
 
-    // How the next alert is answered; alerts beyond the script are never answered.
+    // How alerts beyond the script are answered (with the default button).
+    When unscripted = When::Never;
+
+    // How the next alert is answered.
     void script(When when, int returnCode = VLAlert::defaultReturn) { script_.append({when, returnCode}); }
 
     std::shared_ptr<VLPlatformAlert> alertWithMessageText(const QString& messageText, const QString& defaultButton,
                                                           const QString& alternateButton, const QString& otherButton,
                                                           const QString& informativeText) override
     {
-        const auto [when, answer] = script_.isEmpty() ? std::pair{When::Never, 0} : script_.takeFirst();
+        const auto [when, answer] = script_.isEmpty() ? std::pair{unscripted, int(VLAlert::defaultReturn)}
+                                                     : script_.takeFirst();
         auto alert = std::make_shared<ScriptedAlert>(when, answer);
         alert->messageText = messageText;
         alert->defaultButton = defaultButton;

@@ -75,7 +75,10 @@ TEST_F(DiskImageInstallerTest, CancelInTheRunningSheetAbandonsWithTheImageMounte
 {
     ui_->installSheetAnswer = 0;
     const QByteArray before = installedInfo();
-    controller_->installSparkleApp(record());
+    // The sheet names the application also when its path ends in "/".
+    UpdateRecord slashed = record();
+    slashed.insert(record::kPath, installed_ + QStringLiteral("/"));
+    controller_->installSparkleApp(slashed);
     EXPECT_TRUE(ui_->calls().contains(QStringLiteral("installSheet:Tessel is currently running")));
     EXPECT_EQ(installedInfo(), before);
     EXPECT_EQ(running_.state(), QProcess::Running);
@@ -100,6 +103,24 @@ TEST_F(DiskImageInstallerTest, ForceQuitEndsTheAppInstallsAndOpensItAgain)
     for (int i = 0; i < 100 && sb_.toolCalls(QStringLiteral("xdg-open")).isEmpty(); ++i)
         QThread::msleep(50);
     EXPECT_EQ(sb_.toolCalls(QStringLiteral("xdg-open")), (QList<QStringList>{{"xdg-open", installed_}}));
+}
+
+TEST_F(DiskImageInstallerTest, ARecordWithoutBundleIdentifierIsNeverSeenRunning)
+{
+    vltest::FakeBundle bare;
+    bare.path = sb_.sysPath(QStringLiteral("/Applications/Bare.app"));
+    ASSERT_FALSE(sb_.createBundle(bare).isEmpty());
+    QProcess bareRunning;
+    bareRunning.start(bare.path + QStringLiteral("/Contents/MacOS/Bare"), {QStringLiteral("300")});
+    ASSERT_TRUE(bareRunning.waitForStarted());
+    ui_->installSheetAnswer = 0;
+    UpdateRecord withoutID = record();
+    withoutID.remove(record::kBundleId);
+    controller_->installSparkleApp(withoutID);
+    bareRunning.kill();
+    bareRunning.waitForFinished();
+    EXPECT_FALSE(ui_->calls().contains(QStringLiteral("status:Waiting for application to close..."))) << ui_->calls().join(QLatin1Char('|')).toStdString();
+    EXPECT_EQ(installedInfo(), QByteArray("new build"));
 }
 
 } // namespace

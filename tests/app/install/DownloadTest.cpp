@@ -10,8 +10,10 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRandomGenerator>
@@ -45,6 +47,7 @@ protected:
         ASSERT_TRUE(server_.start(options)) << server_.errorString().toStdString();
         env_.set("VELMORA_CA_FILE", server_.caFile());
         destination_ = files_.filePath(QStringLiteral("out/Velmora Update Temp/update.dmg"));
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(destination_).path())); // the controller makes it
     }
 
     // Runs one download to its end (or `cancelAfterBytes` received, then cancels).

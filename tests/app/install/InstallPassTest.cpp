@@ -123,4 +123,23 @@ TEST_F(InstallPassTest, AFailedDownloadIsShownAndThePassGoesOn)
     EXPECT_EQ(server.requestedPaths(), QStringList{QStringLiteral("/missing.dmg")});
 }
 
+TEST_F(InstallPassTest, ALinkedDownloadFolderIsRefusedAndTheItemFailsAsADownloadDoes)
+{
+    vltest::TestServer server;
+    ASSERT_TRUE(server.start()) << server.errorString().toStdString();
+    log_.environment().set("VELMORA_CA_FILE", server.caFile());
+    const QString elsewhere = log_.path(QStringLiteral("elsewhere"));
+    ASSERT_TRUE(QDir().mkpath(elsewhere));
+    ASSERT_TRUE(QFile::link(elsewhere, controller_->downloadPath));
+    controller_->dataArray = {item(QStringLiteral("A"), 1, false, server.url(QStringLiteral("/A.dmg")))};
+    runPassOnWorker();
+    const QString folder = controller_->downloadPath;
+    EXPECT_EQ(ui_->calls().mid(0, 5),
+              (QStringList{"showInstallProgress", "alertPanel:Unable to create temp directory at " + folder + ".",
+                           "status:Downloading A...", "startInstallProgress", "alertPanel:Download failed."}));
+    EXPECT_TRUE(server.requestedPaths().isEmpty());
+    EXPECT_TRUE(QDir(elsewhere).isEmpty());
+    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("The folder %1 is a symbolic link.").arg(folder)));
+}
+
 } // namespace

@@ -1,5 +1,6 @@
-// The three installers' early exits with a window: a cancelled pass only closes the panel, and
-// a download that is not there is reported with the installer's own words.
+// The three installers' early exits with a window: a cancelled pass only closes the panel, a
+// download that is not there is reported with the installer's own words, and a record whose
+// address is not text goes the exception path and the windowed run carries on.
 #include "AppController.h"
 #include "UpdateRecord.h"
 
@@ -67,6 +68,24 @@ TEST_F(InstallersTest, AnUnsafeDownloadNameIsNeverLookedFor)
     EXPECT_EQ(ui_->calls().count(QStringLiteral("alertPanel:Unable to install Tessel 2.0")), 3);
     EXPECT_FALSE(vltest::LogFixture::logText().contains(QStringLiteral("Mounting disk image...")));
     EXPECT_TRUE(QDir(controller_->downloadPath).exists());
+}
+
+TEST_F(InstallersTest, AnAddressThatIsNotTextIsLoggedAsAnExceptionAndTheRunGoesOn)
+{
+    UpdateRecord malformed = kRecord;
+    malformed.insert(record::kUrl, QVariantList{QStringLiteral("https://example.com/files/Tessel.dmg")});
+    controller_->startDownloadForObject(malformed);
+    runEach(malformed);
+    const QString log = vltest::LogFixture::logText();
+    for (const char* method : {"startDownloadForObject:", "installSparkleApp:", "installGroupApp:autoInstall:",
+                               "installSelfUpdate:"}) {
+        EXPECT_TRUE(log.contains(QStringLiteral("Exception in -[AppController %1]. NSInvalidArgumentException - "
+                                                "-[__NSArrayM lastPathComponent]: unrecognized selector sent to instance.")
+                                     .arg(QLatin1String(method))))
+            << method << "\n" << log.toStdString();
+    }
+    EXPECT_EQ(controller_->downloader, nullptr);
+    EXPECT_FALSE(ui_->calls().contains(QStringLiteral("alertPanel:Unable to initiate download.")));
 }
 
 } // namespace

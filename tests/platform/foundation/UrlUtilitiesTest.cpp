@@ -49,3 +49,26 @@ TEST(UrlUtilitiesTest, StrictValidity)
                                 "https://ex.com/\x7f", "https://ex.com/a\tb", "https://ex.com/a\n"})
         EXPECT_FALSE(fnd::isValidURLString(QString::fromUtf8(invalid))) << invalid;
 }
+
+TEST(UrlUtilitiesTest, PathAsFilePath)
+{
+    const struct {
+        const char* url;
+        std::optional<const char*> path;
+    } cases[] = {
+        {"file://localhost/Users/editor/Movies/Interview%20A.mov", "/Users/editor/Movies/Interview A.mov"},
+        {"file:///Volumes/Media/Cuts/", "/Volumes/Media/Cuts"},
+        {"file:///", "/"},
+        {"https://ex.com/a/my%2Ffile.zip?x=1#y", "/a/my/file.zip"},
+        {"clips/caf%C3%A9.mov", "clips/caf\xc3\xa9.mov"},
+        {"file:///a/%FF.mov", std::nullopt},
+        {"file:///a/b c.mov", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        const std::optional<QString> path = fnd::urlPath(QString::fromUtf8(c.url));
+        ASSERT_EQ(path.has_value(), c.path.has_value()) << c.url;
+        if (path) {
+            EXPECT_EQ(*path, QString::fromUtf8(*c.path)) << c.url;
+        }
+    }
+}

@@ -7,6 +7,9 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 namespace {
 
 bool writeFile(const QString& path, const QByteArray& data)
@@ -76,6 +79,40 @@ TEST(Bundle, MainBundleComesFromTheExecutablesPlace)
     }
     // The test executable itself is not inside a bundle: its folder is the main bundle.
     EXPECT_EQ(sys::Bundle::mainBundle().bundlePath(), QCoreApplication::applicationDirPath());
+}
+
+// Only bundles opened by path are found by identifier, also when the update checks open
+// them on several threads at once; reading a bundle to describe it does not open it.
+TEST(Bundle, OnlyBundlesOpenedByPathAreFoundByIdentifier)
+{
+    QTemporaryDir dir;
+    const auto make = [&](const QString& name) {
+        const QString path = dir.path() + QLatin1Char('/') + name + QStringLiteral(".app");
+        const QVariantMap info{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.velmora.cache.") + name}};
+        EXPECT_TRUE(writeFile(path + QStringLiteral("/Contents/Info.plist"), vltest::fixturePlistXml(info)));
+        return path;
+    };
+    const QString described = make(QStringLiteral("Described"));
+    ASSERT_TRUE(sys::Bundle::readWithoutOpening(described).has_value());
+    EXPECT_FALSE(sys::Bundle::bundleWithIdentifier(QStringLiteral("com.velmora.cache.Described")).has_value());
+    EXPECT_FALSE(sys::Bundle::bundleWithIdentifier(QString()).has_value());
+
+    std::vector<QString> paths;
+    for (int i = 0; i < 4; ++i)
+        paths.push_back(make(QStringLiteral("Checked%1").arg(i)));
+    std::vector<std::thread> checks;
+    for (const QString& path : paths)
+        checks.emplace_back([path] {
+            for (int round = 0; round < 50; ++round)
+                EXPECT_TRUE(sys::Bundle::bundleWithPath(path).has_value());
+        });
+    for (std::thread& check : checks)
+        check.join();
+    for (int i = 0; i < 4; ++i) {
+        const auto found = sys::Bundle::bundleWithIdentifier(QStringLiteral("com.velmora.cache.Checked%1").arg(i));
+        ASSERT_TRUE(found.has_value()) << i;
+        EXPECT_EQ(found->bundlePath(), paths[i]);
+    }
 }
 
 } // namespace

@@ -42,14 +42,14 @@ TEST(SystemdUnits, CalendarEntriesBecomeOnCalendarValues)
     };
     for (const Row& row : rows) {
         QString error;
-        const std::optional<QStringList> specs = calendarSpecs(row.interval, &error);
+        const std::optional<QStringList> lines = onCalendarLines(row.interval, &error);
         if (row.expected.isEmpty()) {
-            EXPECT_FALSE(specs.has_value()) << row.rule;
+            EXPECT_FALSE(lines.has_value()) << row.rule;
             EXPECT_FALSE(error.isEmpty()) << row.rule;
             continue;
         }
-        ASSERT_TRUE(specs.has_value()) << row.rule << ": " << error.toStdString();
-        EXPECT_EQ(*specs, row.expected) << row.rule << ": " << specs->join(QLatin1Char('|')).toStdString();
+        ASSERT_TRUE(lines.has_value()) << row.rule << ": " << error.toStdString();
+        EXPECT_EQ(*lines, row.expected) << row.rule << ": " << lines->join(QLatin1Char('|')).toStdString();
     }
 }
 

@@ -144,6 +144,7 @@ TEST_F(WorkspaceTest, PackagesAreFoldersWithAKnownExtension)
         EXPECT_EQ(workspace_.isPackage(p), c.package) << c.name.toStdString();
     }
     EXPECT_FALSE(workspace_.isPackage(path(QStringLiteral("Missing.app"))));
+    EXPECT_TRUE(workspace_.isPackage(path(QStringLiteral("A.app/")))) << "a trailing slash names the same folder";
 }
 
 TEST_F(WorkspaceTest, OpenRunsTheRootedOpenerWithoutAShell)
@@ -208,6 +209,27 @@ TEST_F(WorkspaceTest, MountedVolumesIncludeRootAndTheVolumesFolder)
     EXPECT_EQ(volumes.value(0), QStringLiteral("/"));
     EXPECT_TRUE(volumes.contains(path(QStringLiteral("Volumes/Tessel 2"))));
     EXPECT_EQ(volumes.count(QStringLiteral("/")), 1);
+}
+
+TEST_F(WorkspaceTest, ApplicationLookupSearchesUserThenMachineApplications)
+{
+    vltest::ScopedEnvironment env;
+    env.set("HOME", path(QStringLiteral("home")));
+    env.set("VELMORA_SYSROOT", path(QStringLiteral("root")));
+    const auto info = [](const char* identifier) {
+        return QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+                          "<key>CFBundleIdentifier</key><string>") + identifier + "</string></dict></plist>\n";
+    };
+    const QString machineApp = path(QStringLiteral("root/Applications/Tessel.app"));
+    const QString suiteApp = path(QStringLiteral("home/Applications/Tessel Suite/Tessel.app"));
+    ASSERT_TRUE(writeFile(machineApp + QStringLiteral("/Contents/Info.plist"), info("com.velmora.Tessel")));
+    EXPECT_EQ(workspace_.fullPathForApplication(QStringLiteral("com.velmora.tessel")), machineApp);
+    ASSERT_TRUE(writeFile(suiteApp + QStringLiteral("/Contents/Info.plist"), info("com.velmora.Tessel")));
+    EXPECT_EQ(workspace_.fullPathForApplication(QStringLiteral("com.velmora.Tessel")), suiteApp);
+    // Bundles inside another bundle are not installations of their own.
+    ASSERT_TRUE(writeFile(path(QStringLiteral("root/Applications/Harrow.app/Helper.app/Contents/Info.plist")),
+                          info("com.velmora.HarrowHelper")));
+    EXPECT_EQ(workspace_.fullPathForApplication(QStringLiteral("com.velmora.HarrowHelper")), std::nullopt);
 }
 
 } // namespace

@@ -1,0 +1,108 @@
+// Installed versions from bundles and installer configurations in a Mac-like tree.
+#include "shared/VLPremiere.h"
+
+#include "support/FixturePlist.h"
+#include "support/ScopedEnvironment.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+namespace {
+
+class VLPremiereTest : public ::testing::Test {
+protected:
+    VLPremiereTest()
+    {
+        env_.set("HOME", dir_.filePath(QStringLiteral("home")));
+        env_.set("VELMORA_SYSROOT", dir_.filePath(QStringLiteral("sysroot")));
+    }
+
+    QString machineApplications() const { return dir_.filePath(QStringLiteral("sysroot/Applications")); }
+    QString userApplications() const { return dir_.filePath(QStringLiteral("home/Applications")); }
+
+    static void write(const QString& path, const QByteArray& data)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(data) == data.size()) << path.toStdString();
+    }
+
+    // An installed application bundle; extra entries are added to (or replace) the usual ones.
+    static void bundle(const QString& path, const QString& version, const QVariantMap& extra = {})
+    {
+        QVariantMap info{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.adobe.AdobePremierePro")},
+                         {QStringLiteral("CFBundleExecutable"), QFileInfo(path).completeBaseName()},
+                         {QStringLiteral("CFBundlePackageType"), QStringLiteral("APPL")}};
+        if (!version.isNull())
+            info.insert(QStringLiteral("CFBundleVersion"), version);
+        info.insert(extra);
+        write(path + QStringLiteral("/Contents/Info.plist"), vltest::fixturePlistXml(info));
+    }
+
+    // The installer's configuration file of an installation folder.
+    static void configuration(const QString& installation, const QByteArray& productVersionData)
+    {
+        write(installation + QStringLiteral("/Configuration/XManConfig.xml"),
+              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Configuration>\n  <VariableForExMan>\n"
+              "    <Data key=\"EXTENSIONSPATH\">$sharedextensionfolder/Premiere Pro</Data>\n"
+              "    <Data key=\"ProductName\">Premiere Pro</Data>\n" + productVersionData +
+              "    <Data key=\"TargetHostIdentifier\">PPRO</Data>\n  </VariableForExMan>\n</Configuration>\n");
+    }
+    static QByteArray productVersion(const char* version)
+    {
+        return QByteArray("    <Data key=\"ProductVersion\">") + version + "</Data>\n";
+    }
+
+    QTemporaryDir dir_;
+    vltest::ScopedEnvironment env_;
+};
+
+TEST_F(VLPremiereTest, BothViewsReadTheirSourcesInOppositeOrder)
+{
+    const QString apps = machineApplications();
+    bundle(apps + QStringLiteral("/Adobe Photoshop 2024/Adobe Photoshop 2024.app"), QStringLiteral("25.0.0"));
+    // A configuration without a ProductVersion: the suite view stops there, the application
+    // view reads the bundle first.
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2022"), QByteArray());
+    bundle(apps + QStringLiteral("/Adobe Premiere Pro 2022/Adobe Premiere Pro 2022.app"), QStringLiteral("22.6.2"));
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2023"), productVersion("23.6.0"));
+    bundle(apps + QStringLiteral("/Adobe Premiere Pro 2023/Adobe Premiere Pro 2023.app"), QStringLiteral("23.6.0"),
+           {{QStringLiteral("CFBundleVersionString"), QStringLiteral("23.6.0 (build 73)")}});
+    // A bundle without any version: the application view appends nothing and does not fall back.
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2020"), productVersion("14.0.0"));
+    bundle(apps + QStringLiteral("/Adobe Premiere Pro 2020/Adobe Premiere Pro 2020.app"), QString());
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro CC 2019"), productVersion("13.1.5"));
+    bundle(apps + QStringLiteral("/Adobe Premiere Pro CS6/Adobe Premiere Pro CS6.app"), QStringLiteral("6.0"));
+    write(apps + QStringLiteral("/Adobe Premiere Rush/Configuration/XManConfig.xml"), "ProductVersion=2.10\n");
+    write(apps + QStringLiteral("/Adobe Premiere Pro 2021/Adobe Premiere Pro 2021.app"), "not a bundle");
+    // Lower-case installation folders are found by both scans.
+    bundle(apps + QStringLiteral("/adobe premiere pro 2024/adobe premiere pro 2024.app"), QStringLiteral("24.1.0"));
+    bundle(apps + QStringLiteral("/adobe premiere pro 2025/Adobe Premiere Pro 2025.app"), QStringLiteral("25.0.1"));
+
+    EXPECT_EQ(VLPremiere::versionsForAppName(QStringLiteral("Adobe Premiere "), apps),
+              QStringList({"22.6.2", "23.6.0 (build 73)", "13.1.5", "6.0", "24.1.0"}));
+    EXPECT_EQ(VLPremiere::suiteVersionsInFolder(apps), QStringList({"14.0.0", "23.6.0", "13.1.5", "6.0", "25.0"}));
+    EXPECT_EQ(VLPremiere::versionsForAppName(QStringLiteral("Adobe Photoshop"), apps), QStringList{"25.0.0"});
+    EXPECT_TRUE(VLPremiere::suiteVersionsInFolder(dir_.filePath(QStringLiteral("missing"))).isEmpty());
+}
+
+TEST_F(VLPremiereTest, WholeMachineJoinsTheWorkspaceFolderWithApplications)
+{
+    // The workspace finds the application in the user's Applications folder; that folder lists
+    // 24.1.0 twice (kept), the machine's folder repeats it once more (dropped) and adds 25.0.0.
+    const QString user = userApplications();
+    bundle(user + QStringLiteral("/Adobe Premiere Pro 2024/Adobe Premiere Pro 2024.app"), QStringLiteral("24.1.0"));
+    bundle(user + QStringLiteral("/Adobe Premiere Pro Beta/Adobe Premiere Pro Beta.app"), QStringLiteral("24.1.0"));
+    const QString machine = machineApplications();
+    bundle(machine + QStringLiteral("/Adobe Premiere Pro 2024/Adobe Premiere Pro 2024.app"), QStringLiteral("24.1.0"));
+    configuration(machine + QStringLiteral("/Adobe Premiere Pro 2025"), productVersion("25.0.0"));
+
+    EXPECT_EQ(VLPremiere::premiereVersions(), QStringList({"24.1.0", "24.1.0", "25.0.0"}));
+    EXPECT_EQ(VLPremiere::suiteVersions(), QStringList({"24.1", "24.1", "25.0.0"}));
+}
+
+} // namespace
