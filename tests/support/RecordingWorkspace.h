@@ -26,6 +26,7 @@ public:
     void notifyFileChanged(const QString& path) override { platform_->notifyFileChanged(path); }
     bool isPackage(const QString& path) override { return platform_->isPackage(path); }
     QStringList mountedLocalVolumes() override { return platform_->mountedLocalVolumes(); }
+    std::optional<QString> fullPathForApplication(const QString& id) override { return platform_->fullPathForApplication(id); }
 
 private:
     bool record(const QString& item)
