@@ -80,6 +80,7 @@ bool showSingleUpdatePrompt(AppController& controller, const QString& checkPath)
                              UserInterface::NotesView::Update);
     controller.ui().showUpdateWindow();
     controller.showDockIcon();
+    VLLog::appendLog(QStringLiteral("Showing the update window for %@..."), offered->value(record::kTitle));
     return true;
 }
 

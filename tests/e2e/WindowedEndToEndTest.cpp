@@ -57,12 +57,22 @@ public:
         return display_ ? QString() : QStringLiteral("cannot open display ") + display;
     }
 
-    void pressReturn()
+    static constexpr unsigned long kReturn = 0xff0d;
+    static constexpr unsigned long kEscape = 0xff1b;
+    static constexpr unsigned long kQ = 0x0071;
+
+    // Types one key, with Control held when asked.
+    void press(unsigned long keysym, bool control = false)
     {
-        constexpr unsigned long kReturn = 0xff0d;
-        const unsigned char code = keysymToKeycode_(display_, kReturn);
+        constexpr unsigned long kControl = 0xffe3;
+        const unsigned char controlCode = keysymToKeycode_(display_, kControl);
+        const unsigned char code = keysymToKeycode_(display_, keysym);
+        if (control)
+            fakeKey_(display_, controlCode, 1, 0);
         fakeKey_(display_, code, 1, 0);
         fakeKey_(display_, code, 0, 0);
+        if (control)
+            fakeKey_(display_, controlCode, 0, 0);
         flush_(display_);
     }
 
@@ -194,15 +204,16 @@ QString shortVersionOf(const QString& bundle)
     return key < 0 ? QString() : QString::fromUtf8(text.mid(open, text.indexOf("</string>", open) - open));
 }
 
-// Presses Return, again every `spacingMs` while `done` does not hold yet (the window may not have
+// Types a key, again every `spacingMs` while `done` does not hold yet (the window may not have
 // the keyboard focus at once), until it holds or the updater ends; false on the guard's expiry.
-bool pressReturnUntil(XKeyboard& keyboard, QProcess& updater, int spacingMs, const std::function<bool()>& done)
+bool pressUntil(XKeyboard& keyboard, QProcess& updater, unsigned long keysym, bool control, int spacingMs,
+                const std::function<bool()>& done)
 {
     QDeadlineTimer deadline(150000);
     while (!done()) {
         if (deadline.hasExpired() || updater.state() == QProcess::NotRunning)
             return done();
-        keyboard.pressReturn();
+        keyboard.press(keysym, control);
         QDeadlineTimer next(spacingMs);
         while (!next.hasExpired() && !done())
             updater.waitForFinished(50); // also notices the updater's end
@@ -229,19 +240,27 @@ protected:
         }
     }
 
-    void startUpdater(const QString& bundle)
+    void startUpdater(const QString& bundle, const QStringList& arguments = {})
     {
         QProcessEnvironment env = demo_.environment();
         env.insert(QStringLiteral("DISPLAY"), display_.name());
         updater_.setProcessEnvironment(env);
         updater_.setProcessChannelMode(QProcess::MergedChannels);
-        updater_.start(bundle + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), {});
+        updater_.start(bundle + QStringLiteral("/Contents/MacOS/SoftwareUpdate"), arguments);
         ASSERT_TRUE(updater_.waitForStarted());
+    }
+    QString updaterBundle() const { return demo_.sysPath(QStringLiteral("/Applications/Velmora Software Update.app")); }
+    bool waitForLog(const char* line)
+    {
+        QDeadlineTimer guard(120000);
+        while (!logHas(line) && !guard.hasExpired() && !updater_.waitForFinished(100)) {
+        }
+        return logHas(line);
     }
     bool logHas(const char* line) const { return logText(demo_).contains(QString::fromLatin1(line)); }
     bool pressReturnUntil(int spacingMs, const std::function<bool()>& done)
     {
-        return ::pressReturnUntil(keyboard_, updater_, spacingMs, done);
+        return pressUntil(keyboard_, updater_, XKeyboard::kReturn, false, spacingMs, done);
     }
     bool ended() const { return updater_.state() == QProcess::NotRunning; }
 
@@ -260,11 +279,8 @@ TEST_F(WindowedEndToEnd, OpensListsInstallsTheSelectedUpdateAndQuitsThroughTheAl
     const QString notes = demo_.sysPath(QStringLiteral("/Applications/Velmora Notes.app"));
     ASSERT_EQ(shortVersionOf(notes), QStringLiteral("1.2"));
 
-    startUpdater(demo_.sysPath(QStringLiteral("/Applications/Velmora Software Update.app")));
-    QDeadlineTimer listed(120000);
-    while (!logHas("Loading data into TableView...") && !listed.hasExpired() && !updater_.waitForFinished(100)) {
-    }
-    ASSERT_TRUE(logHas("Loading data into TableView...")) << logText(demo_).toStdString();
+    startUpdater(updaterBundle());
+    ASSERT_TRUE(waitForLog("Loading data into TableView...")) << logText(demo_).toStdString();
 
     EXPECT_TRUE(pressReturnUntil(4000, [&] { return logHas("Beginning installation..."); }))
         << "Return did not start the installation\n" << logText(demo_).toStdString();
@@ -300,6 +316,31 @@ TEST_F(WindowedEndToEnd, ACopyInsideAnotherApplicationRefusesToRunAndRemovesTheJ
     EXPECT_EQ(updater_.exitCode(), 0) << updater_.readAll().toStdString();
     EXPECT_FALSE(QFileInfo::exists(job));
     EXPECT_FALSE(logHas("Beginning update check...")) << logText(demo_).toStdString();
+}
+
+TEST_F(WindowedEndToEnd, CheckpathThatFoundAnUpdateOpensThePromptAndEscapeRemindsLater)
+{
+    const QString notes = demo_.sysPath(QStringLiteral("/Applications/Velmora Notes.app"));
+    startUpdater(updaterBundle(), {QStringLiteral("-checkpath"), notes});
+    ASSERT_TRUE(waitForLog("Showing the update window for Velmora Notes 1.3...")) << logText(demo_).toStdString();
+    EXPECT_TRUE(pressUntil(keyboard_, updater_, XKeyboard::kEscape, false, 1500, [&] { return ended(); }));
+    EXPECT_EQ(updater_.exitCode(), 0) << updater_.readAll().toStdString();
+    QFile preferences(demo_.value("HOME") + QStringLiteral("/Library/Preferences/com.velmora.SoftwareUpdate.plist"));
+    ASSERT_TRUE(preferences.open(QIODevice::ReadOnly));
+    const QByteArray stored = preferences.readAll();
+    EXPECT_TRUE(stored.contains("lastUpdateCheck"));
+    EXPECT_FALSE(stored.contains("updateGroupDict")) << "the handed-over record is read and removed";
+    EXPECT_EQ(shortVersionOf(notes), QStringLiteral("1.2"));
+    QFile shared(demo_.value("HOME") + QStringLiteral("/Library/Preferences/com.velmora.global.plist"));
+    EXPECT_FALSE(shared.exists()) << "remind later stores nothing";
+}
+
+TEST_F(WindowedEndToEnd, AutocheckThatFoundUpdatesContinuesAsTheWindowAndCtrlQQuits)
+{
+    startUpdater(updaterBundle(), {QStringLiteral("-autocheck")});
+    ASSERT_TRUE(waitForLog("Loading data into TableView...")) << logText(demo_).toStdString();
+    EXPECT_TRUE(pressUntil(keyboard_, updater_, XKeyboard::kQ, true, 1500, [&] { return ended(); }));
+    EXPECT_EQ(updater_.exitCode(), 0) << updater_.readAll().toStdString();
 }
 
 } // namespace
