@@ -67,13 +67,6 @@ TEST_F(LaunchTest, TheHandedOverRecordIsShownOnceInThePrompt)
     EXPECT_FALSE(sys::UserDefaults::standard().objectForKey(prefs::kUpdateGroupDict).isValid());
 }
 
-TEST_F(LaunchTest, TheStartupBoxFollowsTheSharedFile)
-{
-    ASSERT_TRUE(sys::writeGlobalPreferences({{prefs::kCheckAtStartup, false}}));
-    launchWithCheckpath(kNotes);
-    EXPECT_EQ(ui_->calls().value(0), QStringLiteral("updateCheckAtStartup:0"));
-}
-
 struct SilentEnd {
     const char* name;
     std::optional<UpdateRecord> handedOver;

@@ -83,14 +83,6 @@ TEST_F(UserChoicesTest, ARecordWithoutIdentifierStoresNoVersionAndAnEmptyListSto
     EXPECT_TRUE(terminated());
 }
 
-TEST_F(UserChoicesTest, RemindLaterQuitsWithoutStoringAnything)
-{
-    show({{record::kNewVersion, 130}, {record::kBundleId, QStringLiteral("com.velmora.Notes")}});
-    controller_->updateRemindLaterClick();
-    EXPECT_TRUE(terminated());
-    EXPECT_FALSE(QFileInfo::exists(sys::globalPreferencesPath()));
-}
-
 TEST_F(UserChoicesTest, ResetRemovesSkippedVersionsAndCreatesNoFileWhenThereIsNone)
 {
     controller_->menuResetIgnoredUpdates();

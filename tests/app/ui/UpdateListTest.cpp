@@ -1,11 +1,9 @@
 // The update list's rules as the controller serves them, with a recording interface: what each
 // column shows, the check column's edits and the install button, the release notes of the
-// selection, the navigation rule of links in the notes, menu validation and the alert's quit.
+// selection and the navigation rule of links in the notes.
 
 #include "AppController.h"
 #include "UpdateRecord.h"
-#include "lifecycle/PreferenceKeys.h"
-#include "platform/system/UserDefaults.h"
 
 #include "support/LogFixture.h"
 #include "support/QtPrinters.h"
@@ -146,25 +144,6 @@ TEST_F(UpdateListTest, LoadingTheNotesThemselvesIsAllowed)
     vltest::ScopedRecordingWorkspace workspace;
     EXPECT_TRUE(controller_->decidePolicyForNavigation(QStringLiteral("about:blank"), false));
     EXPECT_TRUE(workspace.opened().isEmpty());
-}
-
-TEST_F(UpdateListTest, CheckForUpdatesIsEnabledOnlyWhileTheMainWindowIsVisible)
-{
-    ui_->mainWindowVisible = false;
-    EXPECT_FALSE(controller_->validateUserInterfaceItem(QStringLiteral("menuCheckForUpdates:")));
-    EXPECT_TRUE(controller_->validateUserInterfaceItem(QStringLiteral("menuResetIgnoredUpdates:")));
-    ui_->mainWindowVisible = true;
-    EXPECT_TRUE(controller_->validateUserInterfaceItem(QStringLiteral("menuCheckForUpdates:")));
-}
-
-TEST_F(UpdateListTest, AnAlertEndsTheApplicationOnlyWithAutoQuit)
-{
-    sys::UserDefaults::standard().setInteger(0, prefs::kAutoQuit);
-    controller_->noUpdateAlertDidEnd();
-    EXPECT_FALSE(ui_->calls().contains(QStringLiteral("terminate")));
-    sys::UserDefaults::standard().removeObjectForKey(prefs::kAutoQuit); // the registered 1 again
-    controller_->noUpdateAlertDidEnd();
-    EXPECT_TRUE(ui_->calls().contains(QStringLiteral("terminate")));
 }
 
 } // namespace
