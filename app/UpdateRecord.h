@@ -27,6 +27,9 @@ inline const QString kPaidUpgrade = QStringLiteral("paidUpgrade");
 inline const QString kSkipped = QStringLiteral("skipped");
 inline const QString kRequirementsString = QStringLiteral("requirementsString");
 inline const QString kUpToDate = QStringLiteral("uptodate");
+// The base64 Ed25519 signature of the download, present only when the feed gives one; checked
+// against the installed application's own public key before anything is installed.
+inline const QString kEdSignature = QStringLiteral("edSignature");
 
 inline const QString kTypeSparkle = QStringLiteral("sparkle");
 inline const QString kTypeGroup = QStringLiteral("group");

@@ -183,6 +183,7 @@ std::optional<QVariantMap> evaluateSelfRelease(const QVariantMap& main, const st
     insertIfPresent(rec, record::kChangeList, e.value(QStringLiteral("description")));
     insertIfPresent(rec, record::kSize, e.value(QStringLiteral("size")));
     insertIfPresent(rec, record::kServerChecksum, e.value(QStringLiteral("checksum")));
+    insertIfPresent(rec, record::kEdSignature, e.value(QStringLiteral("edSignature")));
     rec.insert(record::kGroupId, request.bundleID);
     rec.insert(record::kBundleId, request.bundleID);
     rec.insert(record::kType, record::kTypeSelf);

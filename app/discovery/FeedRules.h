@@ -78,7 +78,9 @@ struct SelfRequest {
     QString bundleID;           // "com.velmora.SoftwareUpdate"
 };
 
-// The self-update record, or nullopt when nothing is newer or the system is too old.
+// The self-update record, or nullopt when nothing is newer or the system is too old. The
+// chosen entry's "edSignature" (base64 Ed25519 signature of the download, under the key in the
+// updater's own Info.plist) is copied into the record only when the feed has one.
 [[nodiscard]] std::optional<QVariantMap> evaluateSelfRelease(const QVariantMap& main,
                                                              const std::optional<QVariantMap>& beta,
                                                              const SelfRequest& request,

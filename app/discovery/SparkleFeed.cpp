@@ -129,6 +129,8 @@ EnclosureVerdict applyEnclosure(const QList<XmlAttribute>& attributes, qint64 in
             }
         } else if (a.name == QLatin1String("checksum")) {
             record.insert(record::kServerChecksum, a.value);
+        } else if (a.name == QLatin1String("sparkle:edSignature") && !a.value.isEmpty()) {
+            record.insert(record::kEdSignature, a.value);
         }
     }
     return EnclosureVerdict::Update;

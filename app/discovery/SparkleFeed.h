@@ -4,7 +4,7 @@
 // first `enclosure` child element with its attributes in document order, and the item's
 // child nodes with their names and texts. Then the update rules of the check:
 // applyEnclosure() walks the attributes (version, short version, url, size, manualOnly,
-// minOS, checksum) and applyItemChildren() the title, link and description.
+// minOS, checksum, sparkle:edSignature) and applyItemChildren() the title, link and description.
 //
 // XML is read by pugixml without DOCTYPE processing: no DTD is read and no external or
 // custom entity is ever expanded, so a hostile document cannot fetch files or grow memory
@@ -42,7 +42,8 @@ struct SparkleFeed {
 enum class EnclosureVerdict { Update, UpToDate, NeedsNewerOS };
 
 // Walks the enclosure attributes in order, filling `record` (newVersion, oldVersion,
-// oldVersionString, newVersionString, url, size, manualOnly, serverChecksum). The walk
+// oldVersionString, newVersionString, url, size, manualOnly, serverChecksum, and edSignature
+// from a non-empty sparkle:edSignature, so a feed without one gives the same record). The walk
 // stops at a version that is not newer (UpToDate) or a blocking minOS (NeedsNewerOS);
 // attributes read before that point have no effect on the verdict.
 [[nodiscard]] EnclosureVerdict applyEnclosure(const QList<XmlAttribute>& attributes, qint64 installedVersion,

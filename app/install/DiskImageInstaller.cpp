@@ -1,12 +1,14 @@
-// The disk-image application installer (installSparkleApp): verify, mount, find the new
-// bundle, make sure the old copy is not running (windowed), move the old copy to the Trash,
-// copy the new one into its folder, unmount, clean up and relaunch when appropriate.
+// The disk-image application installer (installSparkleApp): verify (checksum, then signature),
+// mount, find the new bundle, make sure the old copy is not running (windowed), move the old
+// copy to the Trash, copy the new one into its folder, unmount, clean up and relaunch when
+// appropriate.
 // Runs on the installation worker thread or on the main thread of -install.
 
 #include "AppController.h"
 #include "ExceptionGuard.h"
 #include "UpdateRecord.h"
 #include "install/DiskImage.h"
+#include "install/DownloadSignature.h"
 #include "install/InstallSupport.h"
 #include "install/VolumeFilters.h"
 #include "platform/foundation/Foundation.h"
@@ -172,6 +174,9 @@ void installSparkleAppUnguarded(AppController& c, const UpdateRecord& record)
         return;
     }
     if (!install::verifyDownloadChecksum(c, record, file))
+        return;
+    // The key of the copy about to be replaced, read before anything touches it.
+    if (!install::verifyDownloadSignature(c, record, file, install::publicKeyOfBundle(record.value(record::kPath).toString())))
         return;
     onMain([&] { c.closeAppWithPath(c.downloadPath); });
 

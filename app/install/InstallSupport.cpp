@@ -82,6 +82,16 @@ void reportInstallFailure(AppController& c, const UpdateRecord& record, const QS
     sys::nsLogText(windowlessText);
 }
 
+void refuseDownload(AppController& c, const UpdateRecord& record, const QString& info)
+{
+    const QString text = fnd::format(QStringLiteral("Unable to install %@. "), titleOf(record)) + info;
+    VLLog::appendLogAndPrint(QStringLiteral("%@"), text);
+    if (c.hasGUI)
+        onMain([&] { c.ui().installPanelSheet(fnd::format(QStringLiteral("Unable to install %@"), titleOf(record)), info); });
+    else
+        VLTaskNotification::postTaskErrorString(text);
+}
+
 bool verifyDownloadChecksum(AppController& c, const UpdateRecord& record, const QString& file)
 {
     if (!record.contains(record::kServerChecksum))
@@ -92,13 +102,7 @@ bool verifyDownloadChecksum(AppController& c, const UpdateRecord& record, const 
     if (!local.isEmpty() && local == server)
         return true;
     VLLog::appendLog(QStringLiteral("Local checksum %@ didn't match server checksum %@."), local, server);
-    const QString info = QStringLiteral("Downloaded file is different from the server's version. Please redownload this update.");
-    const QString text = fnd::format(QStringLiteral("Unable to install %@. "), titleOf(record)) + info;
-    VLLog::appendLogAndPrint(QStringLiteral("%@"), text);
-    if (c.hasGUI)
-        onMain([&] { c.ui().installPanelSheet(fnd::format(QStringLiteral("Unable to install %@"), titleOf(record)), info); });
-    else
-        VLTaskNotification::postTaskErrorString(text);
+    refuseDownload(c, record, QStringLiteral("Downloaded file is different from the server's version. Please redownload this update."));
     return false;
 }
 

@@ -43,6 +43,11 @@ void removeDownloadFolder(const QString& downloadFolder);
 void reportInstallFailure(AppController& c, const UpdateRecord& record, const QString& windowlessText,
                           const QString& windowedInfo);
 
+// A download the installer will not use: "Unable to install <title>. <info>" is logged and
+// printed, then posted as the task error (windowless) or shown as a sheet "Unable to install
+// <title>" with `info` on the install panel (windowed).
+void refuseDownload(AppController& c, const UpdateRecord& record, const QString& info);
+
 // The download's checksum test, when the record carries "serverChecksum": the file's SHA-1
 // as lower-case hex must equal it exactly (an unreadable file never matches). On mismatch it
 // logs, prints, and tells the user (task error, or a sheet on the install panel) and returns

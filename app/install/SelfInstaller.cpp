@@ -1,12 +1,14 @@
-// The self-update installer (installSelfUpdate): mount the downloaded image, find the new
-// updater on it, start SoftwareUpdateHelper with the source, destination and mount paths,
-// and end the updater. The helper replaces the bundle, unmounts the image and relaunches.
+// The self-update installer (installSelfUpdate): verify the download's signature when there is
+// one to verify, mount the downloaded image, find the new updater on it, start
+// SoftwareUpdateHelper with the source, destination and mount paths, and end the updater.
+// The helper replaces the bundle, unmounts the image and relaunches.
 // Runs on the installation worker thread or on the main thread of -install.
 
 #include "AppController.h"
 #include "ExceptionGuard.h"
 #include "UpdateRecord.h"
 #include "install/DiskImage.h"
+#include "install/DownloadSignature.h"
 #include "install/InstallSupport.h"
 #include "install/VolumeFilters.h"
 #include "platform/system/Bundle.h"
@@ -66,6 +68,10 @@ void installSelfUpdateUnguarded(AppController& c, const UpdateRecord& record)
              fnd::format(QStringLiteral("Unable to install %@ - %@ cannot be found."), title, file));
         return;
     }
+    // No checksum is compared for the updater's own update; a signature is, against the key
+    // in the running updater's own Info.plist, when the feed and that Info.plist both have one.
+    if (!install::verifyDownloadSignature(c, record, file, install::publicKeyOfBundle(sys::Bundle::mainBundle().bundlePath())))
+        return;
     VLLog::appendLog(QStringLiteral("Mounting disk image..."));
     const QStringList before = install::DiskImage::volumeNames();
     install::DiskImage::attach(file);

@@ -167,8 +167,10 @@ TEST_F(FeedRules, SelfReleaseRecord)
     const discovery::SelfRequest own{QStringLiteral("120"), QStringLiteral("1.2"), QStringLiteral("com.velmora.SoftwareUpdate")};
     EXPECT_FALSE(discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m")), std::nullopt, own, system_));
 
-    const auto rec = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m")),
-                                                    release(qlonglong(125), QStringLiteral("b")), own, system_);
+    const QString sig = QStringLiteral("edSignature");
+    const auto rec = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m"), {{sig, QStringLiteral("m-sig")}}),
+                                                    release(qlonglong(125), QStringLiteral("b"), {{sig, QStringLiteral("b-sig")}}),
+                                                    own, system_);
     ASSERT_TRUE(rec);
     EXPECT_EQ(rec->value(record::kNewVersion).toLongLong(), 125);
     EXPECT_EQ(rec->value(record::kTitle).toString(), QStringLiteral("Velmora Software Update b-string"));
@@ -177,6 +179,7 @@ TEST_F(FeedRules, SelfReleaseRecord)
     EXPECT_EQ(rec->value(record::kType), QVariant(record::kTypeSelf));
     EXPECT_FALSE(rec->contains(record::kPageUrl));
     EXPECT_FALSE(rec->contains(record::kServerChecksum));
+    EXPECT_EQ(rec->value(record::kEdSignature), QVariant(QStringLiteral("b-sig"))) << "the chosen release's signature";
 
     const auto manual = discovery::evaluateSelfRelease(
         release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("manualInstallOnly"), QStringLiteral("YES")},
@@ -186,6 +189,7 @@ TEST_F(FeedRules, SelfReleaseRecord)
     ASSERT_TRUE(manual);
     EXPECT_EQ(manual->value(record::kSelected).toInt(), 0);
     EXPECT_EQ(manual->value(record::kServerChecksum), QVariant(QStringLiteral("c")));
+    EXPECT_FALSE(manual->contains(record::kEdSignature));
     EXPECT_FALSE(discovery::evaluateSelfRelease(release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("minOS"), QStringLiteral("13.10.0")}}),
                                                 std::nullopt, own, system_));
 }

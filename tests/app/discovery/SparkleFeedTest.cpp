@@ -147,6 +147,12 @@ TEST_F(SparkleFeed, CorpusDetailsOfTheFirstItem)
     EXPECT_EQ(maccy.record.value(record::kNewVersionString), QVariant(QStringLiteral("2.7.1")));
     EXPECT_TRUE(maccy.record.value(record::kChangeList).toString().contains(QStringLiteral("<li>Updated app icon")));
     EXPECT_FALSE(maccy.record.contains(record::kManualOnly));
+    EXPECT_FALSE(maccy.record.contains(record::kEdSignature));
+
+    // The first enclosure's EdDSA signature, as the feed writes it; the DSA one is not read.
+    const Outcome alttab = evaluate(corpusFeed(QStringLiteral("alttab-283-items-releasenoteslink-minsysver.xml")), 10);
+    EXPECT_EQ(alttab.record.value(record::kEdSignature),
+              QVariant(QStringLiteral("hXT/SagT/CjOsE0qUEcAvv762yiNzfVuPoQwzk6gFKv1w4Jk5+qYJsX+mB6/iNF8BUbb0jZmRjG+4GDY2CrDAA==")));
 
     // Only the first enclosure counts: the x86_64 one of outrig's first item.
     const Feed outrig = discovery::parseSparkleFeed(corpusFeed(QStringLiteral("outrig-two-enclosures-per-item-x86-and-arm64.xml")));
@@ -179,7 +185,8 @@ TEST_F(SparkleFeed, AttributesAreWalkedInDocumentOrder)
     // Everything read, in order, on a newer version.
     rec.clear();
     feed = discovery::parseSparkleFeed(feedWithEnclosure(
-        R"(url="https://x/a.dmg" sparkle:version="7" sparkle:shortVersionString="2.0" size="12" checksum="abc" length="99" manualOnly="true")"));
+        R"(url="https://x/a.dmg" sparkle:version="7" sparkle:shortVersionString="2.0" size="12" checksum="abc" length="99" )"
+        R"(manualOnly="true" sparkle:edSignature="c2ln")"));
     ASSERT_EQ(discovery::applyEnclosure(feed.enclosure, 6, QStringLiteral("1.9"), QStringLiteral("13.4.1"), rec),
               EnclosureVerdict::Update);
     const QVariantMap expected = {{record::kUrl, QStringLiteral("https://x/a.dmg")},
@@ -189,8 +196,15 @@ TEST_F(SparkleFeed, AttributesAreWalkedInDocumentOrder)
                                   {record::kNewVersionString, QStringLiteral("2.0")},
                                   {record::kSize, QStringLiteral("12")},
                                   {record::kServerChecksum, QStringLiteral("abc")},
-                                  {record::kManualOnly, true}};
+                                  {record::kManualOnly, true},
+                                  {record::kEdSignature, QStringLiteral("c2ln")}};
     EXPECT_EQ(rec, expected);
+
+    // An empty signature is no signature: the record is the one a feed without it gives.
+    rec.clear();
+    feed = discovery::parseSparkleFeed(feedWithEnclosure(R"(sparkle:version="7" sparkle:edSignature="")"));
+    ASSERT_EQ(discovery::applyEnclosure(feed.enclosure, 6, {}, {}, rec), EnclosureVerdict::Update);
+    EXPECT_FALSE(rec.contains(record::kEdSignature));
 }
 
 TEST_F(SparkleFeed, ManualOnlyFollowsTheTextToBooleanRule)

@@ -1,9 +1,12 @@
 // The three installers' early exits with a window: a cancelled pass only closes the panel, a
 // download that is not there is reported with the installer's own words, and a record whose
-// address is not text goes the exception path and the windowed run carries on.
+// address is not text goes the exception path and the windowed run carries on; a download
+// whose signature does not verify is refused on the install panel before anything is mounted.
 #include "AppController.h"
 #include "UpdateRecord.h"
 
+#include "support/Ed25519KeyPair.h"
+#include "support/FixturePlist.h"
 #include "support/LogFixture.h"
 #include "support/QtPrinters.h"
 #include "support/RecordingUserInterface.h"
@@ -86,6 +89,32 @@ TEST_F(InstallersTest, AnAddressThatIsNotTextIsLoggedAsAnExceptionAndTheRunGoesO
     }
     EXPECT_EQ(controller_->downloader, nullptr);
     EXPECT_FALSE(ui_->calls().contains(QStringLiteral("alertPanel:Unable to initiate download.")));
+}
+
+TEST_F(InstallersTest, ADownloadWhoseSignatureFailsIsRefusedOnTheInstallPanel)
+{
+    const vltest::Ed25519KeyPair keys;
+    ASSERT_TRUE(keys.isValid());
+    const auto write = [](const QString& path, const QByteArray& data) {
+        QFile f(path);
+        return QDir().mkpath(QFileInfo(path).path()) && f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
+    };
+    const QString app = log_.path(QStringLiteral("Applications/Tessel.app"));
+    ASSERT_TRUE(write(app + QStringLiteral("/Contents/Info.plist"),
+                      vltest::fixturePlistXml(QVariantMap{{QStringLiteral("SUPublicEDKey"), keys.publicKeyBase64()}})));
+    const QString download = controller_->downloadPath + QStringLiteral("/Tessel.dmg");
+    ASSERT_TRUE(write(download, "the served image"));
+
+    UpdateRecord record = kRecord;
+    record.insert(record::kPath, app);
+    record.insert(record::kEdSignature, keys.signBase64("the image the developer built"));
+    controller_->installSparkleApp(record);
+    EXPECT_EQ(ui_->calls(), (QStringList{"status:Installing Tessel 2.0...", "startInstallProgress",
+                                         "installPanelSheet:Unable to install Tessel 2.0"}));
+    const QString log = vltest::LogFixture::logText();
+    EXPECT_TRUE(log.contains(QStringLiteral("didn't verify with public key"))) << log.toStdString();
+    EXPECT_FALSE(log.contains(QStringLiteral("Mounting disk image...")));
+    EXPECT_TRUE(QFileInfo::exists(download));
 }
 
 } // namespace
