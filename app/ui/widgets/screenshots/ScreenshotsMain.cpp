@@ -133,47 +133,33 @@ std::optional<Options> parse(const QStringList& arguments)
     return options;
 }
 
-} // namespace
+// The row whose update has the longest notes: it shows the most of the window.
+int richestRow(AppController& controller)
+{
+    std::lock_guard lock(controller.dataArrayLock);
+    int richest = 0;
+    for (int row = 1; row < controller.dataArray.size(); ++row) {
+        if (controller.dataArray.at(row).value(record::kChangeList).toString().size()
+            > controller.dataArray.at(richest).value(record::kChangeList).toString().size())
+            richest = row;
+    }
+    return richest;
+}
 
-static int renderAll(const Options& options, WidgetsUserInterface& windows, AppController& controller)
+// The two progress sheets, the preferences and an alert, put up as the controller does it.
+bool renderSheets(const Options& options, WidgetsUserInterface& windows, AppController& controller,
+                  const UpdateRecord& shown)
 {
     MainWindow* main = windows.mainWindow();
-    controller.applicationDidFinishLaunching();
-    const bool listed = waitFor([&] {
-        std::unique_lock lock(controller.controllerLock, std::try_to_lock);
-        return lock.owns_lock() && main->model()->rowCount() > 0 && !main->windowUpdateProgress()->isVisible();
-    }, 120);
-    if (!listed) {
-        std::fprintf(stderr, "The check found no updates to show.\n");
-        return 1;
-    }
-    // The update with the longest notes shows the most of the window.
-    UpdateRecord shown;
-    int shownRow = 0;
-    {
-        std::lock_guard lock(controller.dataArrayLock);
-        for (int row = 0; row < controller.dataArray.size(); ++row) {
-            const UpdateRecord& candidate = controller.dataArray.at(row);
-            if (shown.isEmpty() || candidate.value(record::kChangeList).toString().size()
-                                       > shown.value(record::kChangeList).toString().size()) {
-                shown = candidate;
-                shownRow = row;
-            }
-        }
-    }
-    main->resize(760, 560);
-    main->tableView()->selectRow(shownRow);
-    bool ok = save(options, QStringLiteral("main-window"), main->grab());
-
     windows.showUpdateProgress();
     waitFor([] { return false; }, 1);
-    ok = save(options, QStringLiteral("check-progress"), withSheet(main, main->windowUpdateProgress())) && ok;
+    bool ok = save(options, QStringLiteral("check-progress"), withSheet(main, main->windowUpdateProgress()));
     windows.endProgress();
 
-    const UpdateRecord& first = shown;
-    const double total = first.value(record::kSize).toDouble() > 0 ? first.value(record::kSize).toDouble() : 42070016.0;
+    const double size = shown.value(record::kSize).toDouble();
+    const double total = size > 0 ? size : 42070016.0;
     windows.showInstallProgress();
-    controller.setInstallStatus(QStringLiteral("Downloading %1...").arg(first.value(record::kTitle).toString()));
+    controller.setInstallStatus(QStringLiteral("Downloading %1...").arg(shown.value(record::kTitle).toString()));
     windows.setDownloadProgress(total, total * 0.4);
     controller.updateReceivedData(total * 0.4, total);
     waitFor([] { return false; }, 1);
@@ -191,19 +177,51 @@ static int renderAll(const Options& options, WidgetsUserInterface& windows, AppC
     ok = alert && save(options, QStringLiteral("alert"), withSheet(main, alert)) && ok;
     if (alert)
         alert->hide();
+    return ok;
+}
 
-    // The single-update prompt, as a vendor application's link opens it for the shown record.
-    main->hide();
-    sys::UserDefaults::standard().setObject(first, prefs::kUpdateGroupDict);
+// The single-update prompt, as a vendor application's link opens it for `shown`.
+bool renderPrompt(const Options& options, WidgetsUserInterface& windows, AppController& controller,
+                  const UpdateRecord& shown)
+{
+    windows.mainWindow()->hide();
+    sys::UserDefaults::standard().setObject(shown, prefs::kUpdateGroupDict);
     sys::UserDefaults::standard().setArguments({QStringLiteral("SoftwareUpdate"), QStringLiteral("-checkpath"),
-                                                first.value(record::kPath).toString()});
+                                                shown.value(record::kPath).toString()});
     controller.applicationDidFinishLaunching();
     waitFor([&] { return windows.updateWindow()->isVisible(); }, 10);
     windows.updateWindow()->resize(620, 440);
     waitFor([] { return false; }, 1);
-    ok = save(options, QStringLiteral("update-prompt"), windows.updateWindow()->grab()) && ok;
+    return save(options, QStringLiteral("update-prompt"), windows.updateWindow()->grab());
+}
+
+int renderAll(const Options& options, WidgetsUserInterface& windows, AppController& controller)
+{
+    MainWindow* main = windows.mainWindow();
+    controller.applicationDidFinishLaunching();
+    const bool listed = waitFor([&] {
+        std::unique_lock lock(controller.controllerLock, std::try_to_lock);
+        return lock.owns_lock() && main->model()->rowCount() > 0 && !main->windowUpdateProgress()->isVisible();
+    }, 120);
+    if (!listed) {
+        std::fprintf(stderr, "The check found no updates to show.\n");
+        return 1;
+    }
+    const int row = richestRow(controller);
+    UpdateRecord shown;
+    {
+        std::lock_guard lock(controller.dataArrayLock);
+        shown = controller.dataArray.at(row);
+    }
+    main->resize(760, 560);
+    main->tableView()->selectRow(row);
+    bool ok = save(options, QStringLiteral("main-window"), main->grab());
+    ok = renderSheets(options, windows, controller, shown) && ok;
+    ok = renderPrompt(options, windows, controller, shown) && ok;
     return ok ? 0 : 1;
 }
+
+} // namespace
 
 int main(int argc, char** argv)
 {
