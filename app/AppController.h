@@ -57,10 +57,54 @@ public:
     // The command-line initialiser: task log, no registered defaults, no interface.
     static std::unique_ptr<AppController> initWithoutGUI();
 
+    // The windowed launch (lifecycle/Launch.cpp), on the main thread once the event loop runs:
+    // the embedded-copy refusal, the scheduled job, then the single-update prompt ("checkpath"
+    // set) or the normal launch with its check on a detached thread.
+    void applicationDidFinishLaunching();
     void applicationWillTerminate();
     bool applicationShouldTerminateAfterLastWindowClosed() const { return true; }
     void loadPreferenceSettings();
     void cancelUpdateCheck() { updateCancelled = true; }
+
+    // ---- lifecycle/user choices (main thread) ---------------------------------------------
+    void toggleCheckAtStartup(bool ticked);                // the single-update prompt's box
+    void prefsToggleCheckForUpdatesAtStartup(bool ticked); // the preferences window's box
+    void updateIgnoreVersionClick();
+    void updateRemindLaterClick();
+    void menuResetIgnoredUpdates();
+    void menuCheckForUpdates();
+    // The preferences box for the scheduled check: stores "autoUpdateCheck", then toggles.
+    void prefsToggleAutoUpdateCheck(bool ticked);
+    void toggleAutoUpdateCheck(int value);
+    void startAutoUpdateCheckJob();
+    void stopAutoUpdateCheckJob();
+
+    // ---- ui/ update list, release notes, alerts, menus (main thread unless said) ----------
+    // Table columns by identifier: "check", "title", "curSize", "requirements".
+    int numberOfRowsInTableView();
+    // What the column shows for `row` of `rows` (an invalid value for an unknown column or row).
+    static QVariant tableViewObjectValue(const QList<UpdateRecord>& rows, const QString& column, int row);
+    // Whether the check box of a record may be changed (not for manual-only records).
+    static bool tableViewCheckCellEnabled(const UpdateRecord& record);
+    void tableViewSetObjectValue(const QVariant& value, const QString& column, int row);
+    void tableViewSelectionDidChange(int selectedRow); // -1: no selection
+    void updateInstallButtonStatus();
+    static QString changeListForUpdate(const UpdateRecord& record);
+    void setWebViewHTMLString(const QString& html);
+    void setHTMLString(const QString& html, UserInterface::NotesView view);
+    // A navigation in a release-notes view; true when the view may follow it itself.
+    bool decidePolicyForNavigation(const QString& url, bool linkClicked);
+    // Menu items are named by their action ("menuCheckForUpdates:").
+    bool validateUserInterfaceItem(const QString& action);
+    // Any thread: the alert sheet on the main window, shown on the main thread, waiting.
+    void showAlert(const QString& message, const QString& info);
+    void noUpdateAlertDidEnd();
+    void helpReportBug();
+    void helpSuggestFeature();
+    void helpVLHome();
+    void viewLog();
+    void viewHelperLog();
+    void gatherLogs();
 
     // ---- discovery/scan -----------------------------------------------------------------
     // Vendor bundle paths under `folder`; with `bundleIDs` given, it receives the group IDs

@@ -22,7 +22,13 @@ real updater:
 
 with a notification listener standing in for the vendor client, and shows what changed.
 The developer's Ed25519 key pair is made afresh by the openssl tool for every run; the private
-key lives in a temporary folder only while the downloads are signed.
+key lives in a temporary folder only while the downloads are signed. Then it puts the older
+versions back and opens the windowed application on the tree; with no display it renders every
+window and sheet offscreen into DEMO_DIR/screenshots instead and ends.
+
+  demo.py ... --screenshots FOLDER   only render the windows (scripts/screenshots.sh)
+  demo.py ... --serve                only lay out the tree and serve it: prints the environment
+                                     as one JSON line and runs until its standard input closes
 """
 
 import argparse
@@ -116,6 +122,16 @@ def install_fake_tools(sysroot):
         os.symlink(tool, target)
 
 
+def copy_updater(build, updater, public_key):
+    shutil.copytree(os.path.join(build, "Velmora Software Update.app"), updater, symlinks=True)
+    # The updater carries its developer's public key, as the applications below do.
+    info_path = os.path.join(updater, "Contents", "Info.plist")
+    with open(info_path, "rb") as f:
+        info = plistlib.load(f)
+    info["SUPublicEDKey"] = public_key
+    write_plist(info_path, info)
+
+
 def lay_out_tree(out, build, public_key):
     sysroot, home = os.path.join(out, "sysroot"), os.path.join(out, "home")
     # The folders every Mac has: the machine's log folder matters for runs as root, whose
@@ -131,13 +147,7 @@ def lay_out_tree(out, build, public_key):
                 {"ProductName": "macOS", "ProductVersion": "14.2.1"})
     install_fake_tools(sysroot)
     updater = os.path.join(sysroot, "Applications", "Velmora Software Update.app")
-    shutil.copytree(os.path.join(build, "Velmora Software Update.app"), updater, symlinks=True)
-    # The updater carries its developer's public key, as the applications below do.
-    info_path = os.path.join(updater, "Contents", "Info.plist")
-    with open(info_path, "rb") as f:
-        info = plistlib.load(f)
-    info["SUPublicEDKey"] = public_key
-    write_plist(info_path, info)
+    copy_updater(build, updater, public_key)
     helper = os.path.join(sysroot, "Library/Application Support/Velmora/Shared Resources/SoftwareUpdateHelper.app")
     if os.path.isdir(os.path.join(build, "SoftwareUpdateHelper.app")):
         shutil.copytree(os.path.join(build, "SoftwareUpdateHelper.app"), helper, symlinks=True)
@@ -338,18 +348,14 @@ def show_tree(sysroot, home):
     print("In the Trash: %s" % (", ".join(sorted(os.listdir(os.path.join(home, ".Trash")))) or "nothing"))
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build", required=True)
-    parser.add_argument("--out", required=True)
-    args = parser.parse_args()
-    out = os.path.abspath(args.out)
+def prepare(out, build):
+    """Lays out the demo tree, starts its server; returns what the steps need."""
     shutil.rmtree(out, ignore_errors=True)
     os.makedirs(out)
     server_root = os.path.join(out, "server")
     with tempfile.TemporaryDirectory() as secret:
         key = DeveloperKey(secret)
-        sysroot, home, updater = lay_out_tree(out, os.path.abspath(args.build), key.public)
+        sysroot, home, updater = lay_out_tree(out, build, key.public)
         signatures = make_downloads(out, server_root, updater, key)
     server, port = start_server(out, server_root)
     base = "https://localhost:%d/" % port
@@ -357,14 +363,21 @@ def main():
         own_build = int(plistlib.load(f)["CFBundleVersion"])
     write_feeds(server_root, base, own_build, signatures)
     install_demo_apps(sysroot, base, key.public)
-    logs = (os.path.join(sysroot, "Library", "Logs", "Velmora"), os.path.join(home, "Library", "Logs", "Velmora"))
-
     env = dict(os.environ, HOME=home, TMPDIR=os.path.join(out, "tmp"), VELMORA_SYSROOT=sysroot,
                VELMORA_UPDATE_SERVER="https://localhost:%d" % port, VELMORA_WEB_SITE=base,
                VELMORA_CA_FILE=os.path.join(out, "certs", "ca.pem"), FAKE_INSTALLER_ALLOW_NONROOT="1")
-    executable = os.path.join(updater, "Contents", "MacOS", "SoftwareUpdate")
+    return {"out": out, "build": build, "sysroot": sysroot, "home": home, "updater": updater,
+            "server": server, "port": port, "base": base, "env": env, "server_root": server_root,
+            "signatures": signatures, "public_key": key.public,
+            "logs": (os.path.join(sysroot, "Library", "Logs", "Velmora"), os.path.join(home, "Library", "Logs", "Velmora")),
+            "executable": os.path.join(updater, "Contents", "MacOS", "SoftwareUpdate")}
+
+
+def run_windowless(demo):
+    env, executable, sysroot, logs = demo["env"], demo["executable"], demo["sysroot"], demo["logs"]
+    server_root, base, signatures = demo["server_root"], demo["base"], demo["signatures"]
     listener = start_listener(env)
-    print("Demo tree: %s (server https://localhost:%d)" % (out, port))
+    print("Demo tree: %s (server https://localhost:%d)" % (demo["out"], demo["port"]))
     try:
         run_step("every available update, as the vendor client reads them", [executable, "-list"], env)
         run_step("why each application is or is not offered", [executable, "-explain"], env)
@@ -385,15 +398,95 @@ def main():
         run_step("the updater itself, signed, through SoftwareUpdateHelper", [executable, "-install", "self", SELF_ID], env,
                  logs, "ignature")
         time.sleep(2)
-        show_tree(sysroot, home)
+        show_tree(sysroot, demo["home"])
     finally:
         listener.terminate()
         messages = listener.stdout.read().splitlines()
-        server.terminate()
-        server.wait()
     print("\nNotifications the client received:")
     for line in messages:
         print("  " + line)
+
+
+def restore_applications(demo):
+    """Puts the older versions (and the built updater) back, so the window has updates to show."""
+    apps = os.path.join(demo["sysroot"], "Applications")
+    for name in os.listdir(apps):
+        shutil.rmtree(os.path.join(apps, name))
+    copy_updater(demo["build"], demo["updater"], demo["public_key"])
+    write_signed_feeds(demo["server_root"], demo["base"], demo["signatures"], released=False)
+    install_demo_apps(demo["sysroot"], demo["base"], demo["public_key"])
+
+
+def has_display():
+    return bool(os.environ.get("DISPLAY") or os.environ.get("WAYLAND_DISPLAY"))
+
+
+def render_screenshots(demo, folder):
+    """Renders every window and sheet offscreen from the demo tree into folder; True on success."""
+    tool = os.path.join(demo["build"], "tools", "SoftwareUpdateScreenshots")
+    if not os.path.isfile(tool):
+        print("The screenshot renderer is not built (%s)." % tool)
+        return False
+    # Inside the updater's bundle the renderer finds the bundle's icons and identity.
+    inside = os.path.join(demo["updater"], "Contents", "MacOS", "SoftwareUpdateScreenshots")
+    shutil.copy2(tool, inside)
+    os.makedirs(folder, exist_ok=True)
+    env = dict(demo["env"], QT_QPA_PLATFORM="offscreen")
+    try:
+        for extra in ([], ["--dark"], ["--scale", "1.5"]):
+            result = subprocess.run([inside, folder] + extra, env=env, capture_output=True, text=True, timeout=300)
+            for line in (result.stdout + result.stderr).splitlines():
+                if "does not support" not in line and "XDG_RUNTIME_DIR" not in line:
+                    print("  | " + line)
+            if result.returncode != 0:
+                return False
+    finally:
+        os.remove(inside)
+    return True
+
+
+def run_windowed(demo):
+    if not has_display():
+        folder = os.path.join(demo["out"], "screenshots")
+        print("\nNo display here, so the windows are rendered offscreen (Qt's offscreen platform) instead.")
+        if render_screenshots(demo, folder):
+            print("Screenshots of every window and sheet: %s" % folder)
+        return
+    print("\nThe update window is open on the demo tree. Install what you like; close the window or")
+    print("press Ctrl+Q to end the demo (after \"No updates found\" it closes by itself).")
+    subprocess.run([demo["executable"]], env=demo["env"])
+
+
+def serve(demo):
+    """Keeps the tree and its server up for a test: prints the environment, waits for stdin to close."""
+    keys = ("HOME", "TMPDIR", "VELMORA_SYSROOT", "VELMORA_UPDATE_SERVER", "VELMORA_WEB_SITE", "VELMORA_CA_FILE",
+            "FAKE_INSTALLER_ALLOW_NONROOT")
+    print(json.dumps({k: demo["env"][k] for k in keys}), flush=True)
+    sys.stdin.read()
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--out", required=True)
+    parser.add_argument("--screenshots", metavar="FOLDER", help="only render the windows into FOLDER")
+    parser.add_argument("--serve", action="store_true", help="only lay out the tree and serve it")
+    args = parser.parse_args()
+    demo = prepare(os.path.abspath(args.out), os.path.abspath(args.build))
+    try:
+        if args.serve:
+            serve(demo)
+        elif args.screenshots:
+            if not render_screenshots(demo, os.path.abspath(args.screenshots)):
+                return 1
+            print("Screenshots: %s" % os.path.abspath(args.screenshots))
+        else:
+            run_windowless(demo)
+            restore_applications(demo)
+            run_windowed(demo)
+    finally:
+        demo["server"].terminate()
+        demo["server"].wait()
     return 0
 
 

@@ -6,5 +6,5 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 bash "$here/scripts/setup.sh"
 export CCACHE_BASEDIR="$here"
 build="${BUILD_DIR:-$here/build}"
-BUILD_DIR="$build" bash "$here/scripts/build.sh" SoftwareUpdate SoftwareUpdateHelper
+BUILD_DIR="$build" bash "$here/scripts/build.sh" SoftwareUpdate SoftwareUpdateHelper SoftwareUpdateScreenshots
 /usr/bin/python3 "$here/scripts/demo.py" --build "$build" --out "$build/demo"

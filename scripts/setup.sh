@@ -9,7 +9,7 @@ PACKAGES=(
   libssl-dev openssl libpugixml-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang libclang-rt-14-dev
-  python3 curl zip unzip procps xauth xvfb
+  python3 curl zip unzip procps xauth xvfb libxtst6 fonts-dejavu-core
 )
 
 missing=()

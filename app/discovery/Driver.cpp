@@ -109,7 +109,7 @@ void AppController::checkForUpdates(const std::optional<QStringList>& forcedIDs)
             VLLog::appendLog(QStringLiteral("Loading data into TableView..."));
             sys::runOnMainThreadAndWait([&] {
                 ui().reloadTableView();
-                ui().updateInstallButtonStatus();
+                updateInstallButtonStatus();
                 ui().selectFirstItem();
             });
         }

@@ -167,7 +167,7 @@ std::optional<UpdateRecord> AppController::checkForUpdatesToSelf(CheckVerdict* r
         if (hasGUI) {
             sys::runOnMainThreadAndWait([&] { ui().reloadTableView(); });
             sys::runOnMainThreadAndWait([&] { ui().endProgress(); });
-            sys::runOnMainThreadAndWait([&] { ui().updateInstallButtonStatus(); });
+            sys::runOnMainThreadAndWait([&] { updateInstallButtonStatus(); });
             sys::runOnMainThreadAndWait([&] { ui().selectFirstItem(); });
         }
         VLLog::appendLog(QStringLiteral("Successful."));

@@ -58,7 +58,9 @@ void AppController::closeConflictingApps()
 }
 
 // A Qt application on this platform is a regular foreground application from its start:
-// there is no background-only state to leave, so there is nothing to transform.
+// there is no background-only state to leave. What remains of bringing it forward is to raise
+// its windows and ask the desktop to activate it.
 void AppController::showDockIcon()
 {
+    ui().activateApplication();
 }

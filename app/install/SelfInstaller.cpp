@@ -127,10 +127,10 @@ void installSelfUpdateUnguarded(AppController& c, const UpdateRecord& record)
         arguments << QStringLiteral("-silent") << QStringLiteral("1");
     VLTaskEx::runTaskAndReturn(helper, arguments);
     VLLog::appendLog(QStringLiteral("Exiting..."));
-    if (c.hasGUI) {
+    // The application's normal termination runs on the main thread; the process then ends
+    // here, so the pass that called us never goes on with another item.
+    if (c.hasGUI)
         onMain([&] { c.ui().terminateApplication(); });
-        return;
-    }
     install::endProcess(0);
 }
 

@@ -10,6 +10,7 @@
 
 #include "AppController.h"
 #include "UpdateRecord.h"
+#include "lifecycle/CheckApplication.h"
 #include "lifecycle/PreferenceKeys.h"
 #include "platform/foundation/Foundation.h"
 #include "platform/plist/PropertyList.h"
@@ -26,7 +27,6 @@ namespace runmodes {
 
 namespace {
 
-const QString kVendorPrefix = QStringLiteral("com.velmora.");
 constexpr qint64 kThrottleSeconds = 259200;
 
 bool checkedRecently()
@@ -56,43 +56,9 @@ bool selfUpdateMayBeOffered(const QString& checkPath)
     return !ownPath.startsWith(checkPath) && !ownPath.startsWith(VLLocalPaths::tempDirectory());
 }
 
-QVariantMap updateDescriptor(const QString& checkPath, const QVariantMap& info)
-{
-    for (const char* relative : {"Contents/Resources/VLUpdates.plist", "Contents/VLUpdates.plist"}) {
-        const QString path = fnd::stringByAppendingPathComponent(checkPath, QString::fromLatin1(relative));
-        if (std::optional<QVariantMap> descriptor = plist::readDictionaryFile(path))
-            return *descriptor;
-    }
-    return info;
-}
-
-QString stringOrNull(const QVariant& value)
-{
-    return value.isValid() ? fnd::stringValue(value) : QString();
-}
-
-std::optional<UpdateRecord> checkApplication(AppController& controller, const QString& checkPath,
-                                             const sys::Bundle& bundle)
-{
-    const QVariantMap& info = bundle.infoDictionary();
-    const QVariantMap descriptor = updateDescriptor(checkPath, info);
-    if (!descriptor.contains(QStringLiteral("SUFeedURL"))) {
-        return controller.updateGroup(stringOrNull(descriptor.value(QStringLiteral("VLGroupID"))),
-                                      stringOrNull(descriptor.value(QStringLiteral("VLGroupApp"))),
-                                      stringOrNull(descriptor.value(QStringLiteral("VLGroupSubapp"))),
-                                      fnd::intValue(descriptor.value(QStringLiteral("VLGroupVersion"))),
-                                      stringOrNull(descriptor.value(QStringLiteral("VLGroupVersionString"))),
-                                      bundle.bundleIdentifier().value_or(QString()));
-    }
-    return controller.updateSparkleFeed(stringOrNull(descriptor.value(QStringLiteral("SUFeedURL"))), checkPath,
-                                        stringOrNull(info.value(QStringLiteral("CFBundleIdentifier"))),
-                                        fnd::intValue(info.value(QStringLiteral("CFBundleVersion"))),
-                                        stringOrNull(info.value(QStringLiteral("CFBundleShortVersionString"))));
-}
-
 } // namespace
 
-int runCheckpath(const QString& checkPath)
+ModeOutcome runCheckpath(const QString& checkPath)
 {
     const std::optional<sys::Bundle> bundle = sys::Bundle::bundleWithPath(checkPath);
     if (!bundle)
@@ -110,7 +76,7 @@ int runCheckpath(const QString& checkPath)
         sys::UserDefaults::standard().setObject(*selfRecord, prefs::kUpdateGroupDict);
         (void)sys::UserDefaults::standard().synchronize();
         controller.reset();
-        return windowedApplicationUnavailable("an update of the updater itself was found and stored in \"updateGroupDict\"");
+        return std::nullopt;
     }
     if (!bundle->hasInfoDictionary())
         return 1;
@@ -122,7 +88,7 @@ int runCheckpath(const QString& checkPath)
     if (record::isUpToDateMarker(*found))
         return 0;
     sys::UserDefaults::standard().setObject(*found, prefs::kUpdateGroupDict);
-    return windowedApplicationUnavailable("an update was found and stored in \"updateGroupDict\"");
+    return std::nullopt;
 }
 
 } // namespace runmodes

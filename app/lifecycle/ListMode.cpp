@@ -40,7 +40,7 @@ QVariantList collectUpdates(AppController& controller, const QStringList& argume
     return updates;
 }
 
-int runListOrAutocheck(const QStringList& arguments)
+ModeOutcome runListOrAutocheck(const QStringList& arguments)
 {
     std::unique_ptr<AppController> controller = AppController::initWithoutGUI();
     const QVariantList updates = collectUpdates(*controller, arguments);
@@ -61,7 +61,7 @@ int runListOrAutocheck(const QStringList& arguments)
     if (updates.isEmpty() || AppController::isProcessRunning(QStringLiteral("Harrowlink"))
         || AppController::isProcessRunning(QStringLiteral("Tessel")))
         return 0;
-    return windowedApplicationUnavailable("-autocheck found updates and would continue as the windowed application");
+    return std::nullopt;
 }
 
 } // namespace runmodes

@@ -5,8 +5,6 @@
 
 #include <QCoreApplication>
 
-#include <cstdio>
-
 namespace runmodes {
 
 namespace {
@@ -19,13 +17,10 @@ QStringList argumentList(int argc, char** argv)
     return arguments;
 }
 
-} // namespace
-
-int run(int argc, char** argv)
+// The windowless modes in their order of precedence; nullopt when none applies or the mode
+// continues as the windowed application. Their application object ends here.
+ModeOutcome runWindowlessMode(int argc, char** argv, const QStringList& arguments)
 {
-    const QStringList arguments = argumentList(argc, argv);
-    sys::UserDefaults::standard().setArguments(arguments);
-
     // "checkpath" is read as a default, so "-checkpath P" on the command line and a stored
     // value are the same to it; it wins over every switch.
     const std::optional<QString> checkPath = sys::UserDefaults::standard().stringForKey(prefs::kCheckPath);
@@ -45,7 +40,18 @@ int run(int argc, char** argv)
         QCoreApplication app(argc, argv);
         return runExplain(arguments);
     }
-    return runWindowedApplication(argc, argv);
+    return std::nullopt;
+}
+
+} // namespace
+
+int run(int argc, char** argv, WindowedEntry windowedApplication)
+{
+    const QStringList arguments = argumentList(argc, argv);
+    sys::UserDefaults::standard().setArguments(arguments);
+    if (const ModeOutcome status = runWindowlessMode(argc, argv, arguments))
+        return *status;
+    return windowedApplication(argc, argv);
 }
 
 std::optional<QStringList> forcedIdentifiers(const QStringList& arguments)
@@ -54,20 +60,6 @@ std::optional<QStringList> forcedIdentifiers(const QStringList& arguments)
     if (index < 0 || index + 1 >= arguments.size())
         return std::nullopt;
     return arguments.at(index + 1).split(QLatin1Char(','));
-}
-
-int windowedApplicationUnavailable(const char* reason)
-{
-    std::fprintf(stderr,
-                 "SoftwareUpdate: %s, but the update window is not part of this build yet; "
-                 "exiting with status 1.\n",
-                 reason);
-    return 1;
-}
-
-int runWindowedApplication(int, char**)
-{
-    return windowedApplicationUnavailable("no command-line mode was given, so the windowed application would start");
 }
 
 } // namespace runmodes

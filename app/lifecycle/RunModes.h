@@ -5,7 +5,9 @@
 // application. "-explain" comes last among the switches so that every command line that
 // meant something before it existed still means the same ("-list -explain" lists).
 // The windowless modes run synchronously on the main thread of a QCoreApplication and end
-// with exit status 0 or 1.
+// with exit status 0 or 1, or continue as the windowed application (-checkpath that found an
+// update, -autocheck that found updates): their application object is gone by then, and the
+// windowed application starts with the process's own, unchanged arguments.
 
 #include <QJsonObject>
 #include <QString>
@@ -19,15 +21,21 @@ class AppController;
 
 namespace runmodes {
 
-int run(int argc, char** argv);
+// The windowed application's entry (it lives with the windows, which only the executable links).
+using WindowedEntry = int (*)(int argc, char** argv);
 
-int runCheckpath(const QString& checkPath);
-int runListOrAutocheck(const QStringList& arguments);
+int run(int argc, char** argv, WindowedEntry windowedApplication);
+
+// What a windowless mode ends with: an exit status, or nullopt to continue as the windowed
+// application.
+using ModeOutcome = std::optional<int>;
+
+ModeOutcome runCheckpath(const QString& checkPath);
+ModeOutcome runListOrAutocheck(const QStringList& arguments);
 int runInstall(const QStringList& arguments);
 // "-explain [<path or bundle ID>]": the check of -list, then why each application is or is
 // not offered. Exit 0 when the report was printed.
 int runExplain(const QStringList& arguments);
-int runWindowedApplication(int argc, char** argv);
 
 // The check of -list, -autocheck and -explain: the updater's own update alone when there is
 // one, else the full check with the forced identifiers. With a report on the controller,
@@ -50,9 +58,5 @@ QString installFeedOf(const QString& appPath, const QVariantMap& info);
 
 // The identifiers after "-forceIDs", split at ","; nullopt when the switch is absent or last.
 std::optional<QStringList> forcedIdentifiers(const QStringList& arguments);
-
-// Said on standard error when a mode has to continue as the windowed application, which
-// this build does not have yet; the caller then exits with status 1.
-int windowedApplicationUnavailable(const char* reason);
 
 } // namespace runmodes

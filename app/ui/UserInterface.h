@@ -7,12 +7,24 @@
 
 class UserInterface {
 public:
+    // The two release-notes views: the main window's and the single-update prompt's.
+    enum class NotesView { Main, Update };
+
     virtual ~UserInterface() = default;
 
-    // Update list and check progress.
+    // Main window: update list, release notes, install button.
+    virtual void showMainWindow() = 0;
+    virtual bool isMainWindowVisible() = 0;
     virtual void reloadTableView() = 0;
-    virtual void updateInstallButtonStatus() = 0;
+    virtual void setInstallButtonEnabled(bool enabled) = 0;
+    // Selects row 0 when the list is not empty.
     virtual void selectFirstItem() = 0;
+    // Replaces a release-notes view's document (a complete HTML text).
+    virtual void setNotesHTML(NotesView view, const QString& html) = 0;
+    // Raises the visible windows and asks the desktop to activate the application.
+    virtual void activateApplication() = 0;
+
+    // Check progress.
     virtual void startUpdateProgress() = 0;
     virtual void showUpdateProgress() = 0;
     virtual void endProgress() = 0;
@@ -37,7 +49,7 @@ public:
 
     // Installation (app/install): the "update available" window hands over to the main window.
     virtual void hideUpdateWindowAndShowMainWindow() = 0;
-    // A sheet on the install progress panel (message, informative text); returns at once.
+    // A sheet on the install progress panel (message, informative text); returns once answered.
     virtual void installPanelSheet(const QString& message, const QString& info) = 0;
     // A non-blocking two-button sheet on the install progress panel. Only one at a time.
     virtual void beginInstallPanelSheet(const QString& message, const QString& defaultButton,
@@ -53,14 +65,23 @@ public:
 
     // Preferences window: the "check for updates at start-up" box.
     virtual void setPrefsCheckForUpdatesAtStartup(bool ticked) = 0;
+
+    // The single-update prompt: its headline, its start-up box, and bringing it to the front.
+    virtual void setUpdateInfoLabel(const QString& text) = 0;
+    virtual void setUpdateCheckAtStartup(bool ticked) = 0;
+    virtual void showUpdateWindow() = 0;
 };
 
 // The interface of the windowless modes: every request is a no-op.
 class NullUserInterface final : public UserInterface {
 public:
+    void showMainWindow() override {}
+    bool isMainWindowVisible() override { return false; }
     void reloadTableView() override {}
-    void updateInstallButtonStatus() override {}
+    void setInstallButtonEnabled(bool) override {}
     void selectFirstItem() override {}
+    void setNotesHTML(NotesView, const QString&) override {}
+    void activateApplication() override {}
     void startUpdateProgress() override {}
     void showUpdateProgress() override {}
     void endProgress() override {}
@@ -82,4 +103,7 @@ public:
     void hideApplication() override {}
     void terminateApplication() override {}
     void setPrefsCheckForUpdatesAtStartup(bool) override {}
+    void setUpdateInfoLabel(const QString&) override {}
+    void setUpdateCheckAtStartup(bool) override {}
+    void showUpdateWindow() override {}
 };

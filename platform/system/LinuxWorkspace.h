@@ -2,7 +2,8 @@
 // The workspace on Linux desktops. Recycling is a rename into the Trash folder the caller
 // names (the updater passes $HOME/.Trash), falling back to copy-then-remove across file
 // systems; opening goes through the desktop opener at sys::rooted("/usr/bin/xdg-open"),
-// started detached, without a shell, and not waited for.
+// started detached, without a shell, and not waited for, except installer packages (".pkg",
+// ".mpkg"), which open in the Installer bundle under the system root's CoreServices.
 //
 // Lifecycle: one instance lives for the process (see workspace()); tests may make their own.
 // Thread-safety: stateless; every member may be called from any thread.

@@ -4,6 +4,7 @@
 #include "platform/system/LinuxWorkspace.h"
 
 #include "platform/foundation/Foundation.h"
+#include "platform/system/Bundle.h"
 #include "platform/system/FileTree.h"
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/SystemLogging.h"
@@ -72,6 +73,27 @@ bool startOpener(const QString& argument)
         return false;
     }
     return QProcess::startDetached(opener, {argument});
+}
+
+bool isInstallerPackage(const QString& path)
+{
+    const QString extension = QFileInfo(path).suffix().toLower();
+    return extension == QStringLiteral("pkg") || extension == QStringLiteral("mpkg");
+}
+
+// Installer packages open in the system's Installer, as they do on macOS: the bundle
+// <root>/System/Library/CoreServices/Installer.app, its executable started with the package.
+// It then runs as an application like any other, with the Installer's identifier.
+bool startInstaller(const QString& package)
+{
+    const QString installer = rooted(QStringLiteral("/System/Library/CoreServices/Installer.app"));
+    const std::optional<Bundle> bundle = Bundle::bundleWithPath(installer);
+    const std::optional<QString> executable = bundle ? bundle->executablePath() : std::nullopt;
+    if (!executable || !QFileInfo(*executable).isExecutable()) {
+        qCWarning(lcSystem) << "No Installer at" << installer;
+        return false;
+    }
+    return QProcess::startDetached(*executable, {package});
 }
 
 const QSet<QString>& packageExtensions()
@@ -147,6 +169,8 @@ bool LinuxWorkspace::openFile(const QString& path)
 {
     if (path.isEmpty() || !filetree::exists(path))
         return false;
+    if (isInstallerPackage(path))
+        return startInstaller(path);
     return startOpener(path);
 }
 

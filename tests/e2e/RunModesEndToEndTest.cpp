@@ -70,12 +70,14 @@ TEST(RunModesEndToEnd, InstallOfAnUnknownVendorIdOnAServerlessMachineCannotDownl
     EXPECT_EQ(client.messageNames(), (QStringList{QStringLiteral("postErrorString:userInfo:"), QStringLiteral("postFinishedTask")}));
 }
 
-TEST(RunModesEndToEnd, WithoutASwitchTheMissingWindowIsSaidPlainly)
+TEST(RunModesEndToEnd, WithoutASwitchAndWithoutADisplayTheWindowCannotOpenAndThatIsSaid)
 {
     Sandbox sandbox;
-    const auto run = sandbox.runUpdater({});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_TRUE(run.err().contains(QStringLiteral("not part of this build"))) << run.describe().toStdString();
+    vltest::RunOptions options;
+    options.unsetEnv = {QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("QT_QPA_PLATFORM")};
+    const auto run = sandbox.runUpdater({}, options);
+    EXPECT_EQ(run.exitCode, 1) << run.describe().toStdString();
+    EXPECT_TRUE(run.err().contains(QStringLiteral("no display to open the update window on"))) << run.describe().toStdString();
 }
 
 TEST(RunModesEndToEnd, CheckpathOfAForeignBundleExitsZeroWithoutRecordingACheck)

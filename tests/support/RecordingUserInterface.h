@@ -15,6 +15,7 @@ namespace vltest {
 class RecordingUserInterface final : public UserInterface {
 public:
     int sheetAnswer = 1;
+    bool mainWindowVisible = true;
     // What installPanelSheetResult() answers once the sheet was shown (-1: still open).
     int installSheetAnswer = -1;
     QStringList calls() const
@@ -23,9 +24,19 @@ public:
         return calls_;
     }
 
+    void showMainWindow() override { add(QStringLiteral("showMainWindow")); }
+    bool isMainWindowVisible() override { return mainWindowVisible; }
     void reloadTableView() override { add(QStringLiteral("reloadTableView")); }
-    void updateInstallButtonStatus() override {}
+    void setInstallButtonEnabled(bool enabled) override
+    {
+        add(QStringLiteral("installButton:") + (enabled ? QStringLiteral("on") : QStringLiteral("off")));
+    }
     void selectFirstItem() override {}
+    void setNotesHTML(NotesView view, const QString& html) override
+    {
+        add((view == NotesView::Main ? QStringLiteral("notes:") : QStringLiteral("updateNotes:")) + html);
+    }
+    void activateApplication() override { add(QStringLiteral("activateApplication")); }
     void startUpdateProgress() override {}
     void showUpdateProgress() override {}
     void endProgress() override { add(QStringLiteral("endProgress")); }
@@ -52,8 +63,14 @@ public:
     int installPanelSheetResult() override { return installSheetAnswer; }
     void closeInstallPanelSheet() override { add(QStringLiteral("closeInstallSheet")); }
     void hideApplication() override {}
-    void terminateApplication() override {}
-    void setPrefsCheckForUpdatesAtStartup(bool) override {}
+    void terminateApplication() override { add(QStringLiteral("terminate")); }
+    void setPrefsCheckForUpdatesAtStartup(bool ticked) override
+    {
+        add(QStringLiteral("prefsCheckAtStartup:") + QString::number(ticked));
+    }
+    void setUpdateInfoLabel(const QString& text) override { add(QStringLiteral("updateInfo:") + text); }
+    void setUpdateCheckAtStartup(bool ticked) override { add(QStringLiteral("updateCheckAtStartup:") + QString::number(ticked)); }
+    void showUpdateWindow() override { add(QStringLiteral("showUpdateWindow")); }
 
 private:
     void add(const QString& call)

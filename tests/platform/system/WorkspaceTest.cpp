@@ -174,6 +174,32 @@ TEST_F(WorkspaceTest, OpenRunsTheRootedOpenerWithoutAShell)
         << got.toStdString();
 }
 
+TEST_F(WorkspaceTest, APackageOpensInTheInstallerBundleUnderTheSystemRoot)
+{
+    vltest::ScopedEnvironment env;
+    env.set("VELMORA_SYSROOT", dir_.path());
+    const QString package = path(QStringLiteral("Volumes/Studio/Velmora Studio.PKG"));
+    ASSERT_TRUE(writeFile(package, "p"));
+    EXPECT_FALSE(workspace_.openFile(package)) << "no Installer installed";
+
+    const QString installer = path(QStringLiteral("System/Library/CoreServices/Installer.app/Contents"));
+    const QString log = path(QStringLiteral("installer.log"));
+    ASSERT_TRUE(writeFile(installer + QStringLiteral("/Info.plist"),
+                          "<plist><dict><key>CFBundleExecutable</key><string>Installer</string>"
+                          "<key>CFBundleIdentifier</key><string>com.apple.installer</string></dict></plist>"));
+    ASSERT_TRUE(writeFile(installer + QStringLiteral("/MacOS/Installer"),
+                          "#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> '" + log.toUtf8() + "'\n"));
+    ASSERT_TRUE(QFile::setPermissions(installer + QStringLiteral("/MacOS/Installer"), QFile::ReadOwner | QFile::ExeOwner));
+    ASSERT_TRUE(workspace_.openFile(package));
+
+    QElapsedTimer timer;
+    timer.start();
+    while (!readFile(log).endsWith('\n') && timer.elapsed() < 5000)
+        QThread::msleep(20);
+    EXPECT_EQ(readFile(log), "1|" + package.toUtf8() + "\n");
+    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("opened.log"))));
+}
+
 TEST_F(WorkspaceTest, MountedVolumesIncludeRootAndTheVolumesFolder)
 {
     vltest::ScopedEnvironment env;
