@@ -5,6 +5,7 @@
 #include "BundleReplacer.h"
 #include "HelperArguments.h"
 #include "HelperSteps.h"
+#include "platform/system/UserDomain.h"
 #include "shared/VLLocalPaths.h"
 #include "shared/VLLog.h"
 
@@ -81,8 +82,10 @@ int afterFailedRelaunch(const helper::Arguments& arguments, const helper::Replac
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    // The helper may be the first vendor program to log here: make the folder the log uses
-    // (the user's, or the machine's when running as root) if it is missing.
+    // The helper may be the first vendor program to log here: the user's Library folders
+    // first (with their owner and mode), then the folder the log uses (the user's, or the
+    // machine's when running as root) if it is missing.
+    (void)sys::prepareUserDomain();
     QDir().mkpath(VLLog::logFolder());
     QDir().mkpath(VLLocalPaths::logDirectory(false) + QStringLiteral("/Velmora"));
     VLLog::createNewLog(QStringLiteral("SoftwareUpdateHelper"));

@@ -2,6 +2,7 @@
 
 #include "lifecycle/PreferenceKeys.h"
 #include "platform/system/UserDefaults.h"
+#include "platform/system/UserDomain.h"
 
 #include <QCoreApplication>
 
@@ -47,6 +48,9 @@ ModeOutcome runWindowlessMode(int argc, char** argv, const QStringList& argument
 
 int run(int argc, char** argv, WindowedEntry windowedApplication)
 {
+    // A fresh account gets the Library folders every Mac account has before anything is
+    // written there; a refusal is in the system log and each writer reports its own failure.
+    (void)sys::prepareUserDomain();
     const QStringList arguments = argumentList(argc, argv);
     sys::UserDefaults::standard().setArguments(arguments);
     if (const ModeOutcome status = runWindowlessMode(argc, argv, arguments))

@@ -8,9 +8,9 @@
 #include "platform/plist/PropertyList.h"
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/SystemLogging.h"
+#include "platform/system/UserDomain.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFileInfo>
 
 namespace sys {
@@ -245,8 +245,11 @@ bool UserDefaults::flushLocked()
     // A damaged file is replaced rather than blocking every later write.
     QVariantMap merged = readPersistentFile(path).value_or(QVariantMap());
     overlay(merged, pending_);
+    // The Preferences folder of a fresh account. A refusal is in the system log; the write
+    // then reports its own failure.
+    (void)prepareUserDomain();
     QString error;
-    if (!QDir().mkpath(QFileInfo(path).path()) || !plist::writeXmlFileAtomically(merged, path, &error)) {
+    if (!plist::writeXmlFileAtomically(merged, path, &error)) {
         qCWarning(lcSystem) << "Could not write preferences file" << path << error;
         return false;
     }
@@ -296,8 +299,9 @@ bool globalSwitchIsOn(const QString& key)
 bool writeGlobalPreferences(const QVariantMap& preferences)
 {
     const QString path = globalPreferencesPath();
+    (void)prepareUserDomain(); // as for the defaults file
     QString error;
-    if (!QDir().mkpath(QFileInfo(path).path()) || !plist::writeXmlFileAtomically(preferences, path, &error)) {
+    if (!plist::writeXmlFileAtomically(preferences, path, &error)) {
         qCWarning(lcSystem) << "Could not write preferences file" << path << error;
         return false;
     }

@@ -6,8 +6,9 @@
 //   2. the persistent domain: the file $HOME/Library/Preferences/<domain>.plist;
 //   3. the registration domain: what registerDefaults() put there (never written to disk).
 // Writes go to the persistent domain only, and reach the file at once (merged key by key
-// with what is on disk, written atomically), so a value set and never synchronized still
-// survives the process. synchronize() reads back changes other processes made to the file.
+// with what is on disk, written atomically, after prepareUserDomain()), so a value set and
+// never synchronized still survives the process. synchronize() reads back changes other
+// processes made to the file.
 //
 // Lifecycle: standard() lives for the whole process; other instances are plain objects.
 // The file path is worked out from $HOME on every access; when it changes (tests switch
@@ -97,7 +98,7 @@ private:
 QString globalPreferencesPath();
 // The whole dictionary; empty when the file is missing or unreadable.
 QVariantMap readGlobalPreferences();
-// Replaces the file atomically (Preferences folder created when missing).
+// Replaces the file atomically (the user domain's folders made first, see UserDomain.h).
 [[nodiscard]] bool writeGlobalPreferences(const QVariantMap& preferences);
 // A switch of the shared file ("disable-logging", "disable-crash-reporter"): on for the text
 // "1" or a number equal to YES (the boolean YES, or 1); off for anything else or no value.
