@@ -2,7 +2,6 @@
 // per-bundle operation of the update queue (checkForUpdatesToApp) and the list helpers.
 // The full check runs on a worker thread with a window and on the main thread without one;
 // bundle checks run on updateQueue, at most four at once; dataArray changes under its lock.
-// A cancel ends the check once the bundle checks in flight have ended: queued ones do nothing.
 
 #include "AppController.h"
 
@@ -130,15 +129,6 @@ void AppController::checkForUpdates(const std::optional<QStringList>& forcedIDs)
 
 void AppController::checkForUpdatesToApp(const QString& bundlePath)
 {
-    // Once the user cancelled, the operations still queued return at once (the driver leaves
-    // the queue as it is; each operation reads the flag as it starts). Otherwise a cancelled
-    // check would go on fetching every remaining feed, and its progress sheet would stay up
-    // until the last of them answered or timed out. A bundle check already running ends normally.
-    if (updateCancelled) {
-        if (checkReport)
-            checkReport->recordCheck(bundlePath, QString(), why::notChecked(QStringLiteral("the update check was cancelled")));
-        return;
-    }
     // Stays so only when the check leaves by its exception path (with a window it returns).
     CheckVerdict verdict = why::failed(QStringLiteral("the check ended by an exception, which the log names"));
     QString bundleID;
