@@ -24,6 +24,8 @@ request path (query ignored) exactly, or as a shell glob when it contains "*". B
   "length": "close"        no Content-Length, the body ends when the connection closes
   "drop_after": N          announce the full length, send N body bytes, reset the connection
   "short_by": N            announce the full length, send N bytes fewer, close cleanly
+  "stall_after": N         announce the full length, send N body bytes, then nothing more with the
+                           connection left open (until the client or server stops)
   "endless": true          no Content-Length, send data until the client goes away
   "hang": true             read the request, never answer (until the client or server stops)
 A path without a route is served from --root when such a file exists. Anything else is
@@ -208,6 +210,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if "short_by" in route:
             self.wfile.write(body[: max(0, len(body) - int(route["short_by"]))])
             self.wfile.flush()
+            return
+        if "stall_after" in route:
+            self.wfile.write(body[: int(route["stall_after"])])
+            self.wfile.flush()
+            self.hang()
             return
         if mode == "chunked":
             for i in range(0, len(body), CHUNK):

@@ -8,7 +8,7 @@
 //
 // Routes are a JSON object {"<path or glob>": {behaviour...}}; see the head of
 // scripts/testserver.py for every behaviour (file, body, status, redirect, delay_ms, length
-// "chunked"/"close", drop_after, short_by, endless, hang, headers, content_type). The routes
+// "chunked"/"close", drop_after, short_by, stall_after, endless, hang, headers, content_type). The routes
 // file is re-read on every request, so setRoutes() also works while the server runs.
 //
 // Expected requests are those matching a route or naming an existing file under the served

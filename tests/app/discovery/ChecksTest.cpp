@@ -1,13 +1,31 @@
-// The three checks against the local HTTPS server: the Sparkle check's address rules and
-// per-run memory, the group check's feed order (test feed, fallback, by application),
-// beta archives and exception path, and the self check's refusals, beta and skipping.
+// The Sparkle, group and self checks and their network layer against the local HTTPS server,
+// with a real appcast and group feeds as the server sends them. One row per rule of each
+// check gives the outcome, the value that decided it and the answer (record, up-to-date
+// marker or nothing); then what rows cannot show: the per-run memory, http feeds, the group
+// feeds' order, beta archives, exception paths, redirects, time-outs and refusals.
 
 #include "DiscoveryFixture.h"
-#include "platform/system/UserDefaults.h"
+#include "discovery/CheckVerdict.h"
+#include "discovery/Network.h"
 
+#include <functional>
+
+using discovery::CheckOutcome;
+using discovery::CheckVerdict;
 using vltest::DiscoveryFixture;
 
 namespace {
+
+enum class Answer { Record, Marker, Nothing };
+
+struct Row {
+    const char* name;
+    std::function<void()> arrange; // feeds, routes, state
+    CheckOutcome outcome;
+    Answer answer;
+    const char* factKey; // a value the rule decided on
+    QVariant factValue;
+};
 
 class Checks : public DiscoveryFixture {
 protected:
@@ -15,150 +33,169 @@ protected:
     void SetUp() override
     {
         DiscoveryFixture::SetUp();
-        app_ = makeBundle(sysPath(QStringLiteral("/Applications/Tool.app")), QStringLiteral("com.velmora.Tool"),
-                          QStringLiteral("5"), std::nullopt);
+        app_ = makeBundle(sysPath(QStringLiteral("/Applications/Maccy.app")), QStringLiteral("com.velmora.Maccy"), QStringLiteral("61"), {});
     }
-    static QByteArray sparkleFeed(const QByteArray& version)
+    void TearDown() override
     {
-        return "<rss><channel><item><title>Tool " + version + "</title><enclosure sparkle:version=\"" + version
-             + "\" url=\"https://x/t.dmg\"/></item></channel></rss>";
+        discovery::setTransferTimeoutMsForTesting(0);
+        DiscoveryFixture::TearDown();
     }
-    std::optional<UpdateRecord> sparkle(const QString& feed, qint64 version = 5)
+
+    // Runs each row from a fresh run state; `check` calls the real check with the verdict.
+    void runRows(const QList<Row>& rows, const std::function<std::optional<UpdateRecord>(CheckVerdict*)>& check)
     {
-        return controller_->updateSparkleFeed(feed, app_, QStringLiteral("com.velmora.Tool"), version, QStringLiteral("1.0"));
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.name);
+            controller_->setCheckedUpdates({});
+            controller_->setSkippedBundleIDs({});
+            (void)server_->setRoutes({});
+            row.arrange();
+            CheckVerdict verdict;
+            const std::optional<UpdateRecord> answer = check(&verdict);
+            EXPECT_EQ(int(verdict.outcome), int(row.outcome)) << verdict.reason.toStdString();
+            EXPECT_EQ(int(!answer ? Answer::Nothing : record::isUpToDateMarker(*answer) ? Answer::Marker : Answer::Record), int(row.answer));
+            if (row.factKey) {
+                EXPECT_EQ(verdict.facts.value(QString::fromLatin1(row.factKey)), row.factValue) << verdict.reason.toStdString();
+            }
+        }
     }
-    static QVariantMap groupFeed(int version, const QString& title)
+    // The real single-item appcast (build 62), with vendor attributes added to its enclosure.
+    static QByteArray maccy(const QByteArray& extra = {})
     {
-        return {{QStringLiteral("groupVersion"), version}, {QStringLiteral("groupVersionString"), title},
-                {QStringLiteral("groupID"), QStringLiteral("grp")}, {QStringLiteral("title"), title}};
+        return corpusFeed(QStringLiteral("maccy-single-item-cdata-html-description.xml")).replace("sparkle:version=\"62\"", "sparkle:version=\"62\" " + extra);
+    }
+    static QVariantMap groupFeed(int version, const QVariantMap& extra = {})
+    {
+        QVariantMap feed = {{QStringLiteral("groupVersion"), version}, {QStringLiteral("groupVersionString"), QStringLiteral("4.0")},
+                            {QStringLiteral("groupID"), QStringLiteral("grp")}, {QStringLiteral("title"), QStringLiteral("Group %1").arg(version)},
+                            {QStringLiteral("url"), QStringLiteral("https://example.invalid/g.pkg")}};
+        feed.insert(extra);
+        return feed;
+    }
+    static void route(const QString& path, const QJsonObject& behaviour) { ASSERT_TRUE(server_->setRoutes({{path, behaviour}})); }
+    std::optional<UpdateRecord> sparkle(const QString& feed, qint64 build)
+    {
+        return controller_->updateSparkleFeed(feed, app_, QStringLiteral("com.velmora.Maccy"), build, QStringLiteral("2.7.0"));
     }
     std::optional<UpdateRecord> group(const QString& app = QString(), const QString& subapp = QString())
     {
-        return controller_->updateGroup(QStringLiteral("grp"), app, subapp, 3, QStringLiteral("3.0"), QStringLiteral("com.velmora.Tool"));
+        return controller_->updateGroup(QStringLiteral("grp"), app, subapp, 3, QStringLiteral("3.0"), QStringLiteral("com.velmora.App"));
     }
-    static void setDefault(const char* key, const QVariant& value)
-    {
-        sys::UserDefaults::standard().setObject(value, QString::fromLatin1(key));
-    }
+    static void setDefault(const char* key, const QVariant& value) { sys::UserDefaults::standard().setObject(value, QString::fromLatin1(key)); }
+    static QString log() { return vltest::LogFixture::logText(); }
 };
 
 } // namespace
 
-TEST_F(Checks, SparkleFeedAddressesAndTheRunsMemory)
+TEST_F(Checks, SparkleRules)
 {
-    writeFeed(QStringLiteral("/feeds/tool.xml"), sparkleFeed("6"));
-    const QString feed = feedURL(QStringLiteral("/feeds/tool.xml"));
-    const std::optional<UpdateRecord> rec = sparkle(feed);
-    ASSERT_TRUE(rec);
-    EXPECT_EQ(rec->value(record::kType), QVariant(record::kTypeSparkle));
-    EXPECT_EQ(rec->value(record::kBundleId), QVariant(QStringLiteral("com.velmora.Tool")));
-    EXPECT_EQ(rec->value(record::kPath), QVariant(app_));
-    EXPECT_EQ(rec->value(record::kSelected).toInt(), 1);
-    EXPECT_EQ(rec->value(record::kTitle), QVariant(QStringLiteral("Tool 6")));
-    // Checked already in this run for the same build: skipped without a request.
-    server_->clearLog();
-    EXPECT_FALSE(sparkle(feed));
-    EXPECT_TRUE(server_->requestedPaths().isEmpty());
-    // So is a newer installed build; an older one is checked again.
-    EXPECT_FALSE(sparkle(feed, 6));
-    EXPECT_TRUE(server_->requestedPaths().isEmpty());
-    EXPECT_TRUE(sparkle(feed, 4));
-    controller_->setCheckedUpdates({});
-    const std::optional<UpdateRecord> current = sparkle(feed, 6);
-    ASSERT_TRUE(current);
-    EXPECT_TRUE(record::isUpToDateMarker(*current));
-
-    // Other hosts and other forms of the base address are refused before any request.
-    server_->clearLog();
-    QString noWww = feed;
-    noWww.replace(QStringLiteral("127.0.0.1"), QStringLiteral("localhost"));
-    EXPECT_FALSE(sparkle(noWww));
-    EXPECT_FALSE(sparkle(QStringLiteral("https://www.example.com/feed.xml")));
-    EXPECT_TRUE(server_->requestedPaths().isEmpty());
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Refusing to update")));
-
-    // Invalid arguments and skipped bundles never reach the network.
-    EXPECT_FALSE(sparkle(feed, 0));
-    controller_->setCheckedUpdates({});
-    controller_->setSkippedBundleIDs({QStringLiteral("com.velmora.Tool")});
-    EXPECT_FALSE(sparkle(feed));
-    EXPECT_TRUE(server_->requestedPaths().isEmpty());
+    const QString path = QStringLiteral("/appcasts/maccy.xml");
+    const QString feed = feedURL(path);
+    qint64 installed = 61;
+    QString appPath;
+    QString address;
+    auto serve = [&](const QByteArray& bytes, qint64 build = 61, const std::function<void()>& also = {}) {
+        return [&, bytes, build, also] {
+            writeFeed(path, bytes);
+            installed = build;
+            appPath = app_;
+            address = feed;
+            if (also)
+                also();
+        };
+    };
+    const QJsonObject dropped{{QStringLiteral("file"), QStringLiteral("appcasts/maccy.xml")}, {QStringLiteral("drop_after"), 10}};
+    const QList<Row> rows = {
+        {"offered", serve(maccy()), CheckOutcome::Offered, Answer::Record, "newVersion", QStringLiteral("62")},
+        {"up to date", serve(maccy(), 62), CheckOutcome::UpToDate, Answer::Marker, "feedVersion", qlonglong(62)},
+        {"error page", serve(maccy(), 61, [&] { route(path, {{QStringLiteral("status"), 404}}); }), CheckOutcome::FeedMalformed,
+         Answer::Nothing, "httpStatus", 404},
+        {"connection dropped", serve(maccy(), 61, [&] { route(path, dropped); }), CheckOutcome::FeedUnreachable, Answer::Nothing, "feed", feed},
+        {"foreign host", serve(maccy(), 61, [&] { address = QStringLiteral("https://www.example.com/m.xml"); }), CheckOutcome::FeedRefused,
+         Answer::Nothing, "feed", QStringLiteral("https://www.example.com/m.xml")},
+        {"bundle gone", serve(maccy(), 61, [&] { appPath = sysPath(QStringLiteral("/Applications/Gone.app")); }), CheckOutcome::Failed,
+         Answer::Nothing, nullptr, {}},
+        {"checked already", serve(maccy(), 61, [&] { controller_->setCheckedUpdates({{feed, qlonglong(61)}}); }),
+         CheckOutcome::CheckedAlready, Answer::Nothing, "checkedVersion", qlonglong(61)},
+        {"checked for a newer build", serve(maccy(), 61, [&] { controller_->setCheckedUpdates({{feed, qlonglong(62)}}); }),
+         CheckOutcome::Offered, Answer::Record, nullptr, {}},
+    };
+    runRows(rows, [&](CheckVerdict* why) {
+        return controller_->updateSparkleFeed(address, appPath, QStringLiteral("com.velmora.Maccy"), installed, QStringLiteral("2.7.0"), why);
+    });
 }
 
-TEST_F(Checks, SparkleHttpFeedsAreUpgradedAndRecordedUnderHttps)
+TEST_F(Checks, SparkleHttpFeedsAreRecordedUnderHttpsButLookedUpAsGiven)
 {
-    writeFeed(QStringLiteral("/feeds/tool.xml"), sparkleFeed("9"));
-    env_.set("VELMORA_WEB_SITE", server_->baseUrl() + QStringLiteral("/"));
-    const QString https = feedURL(QStringLiteral("/feeds/tool.xml"));
-    QString http = https;
-    http.replace(QStringLiteral("https://"), QStringLiteral("http://"));
-    ASSERT_TRUE(sparkle(http));
-    EXPECT_TRUE(controller_->checkedUpdates().contains(https));
-    EXPECT_FALSE(controller_->checkedUpdates().contains(http));
-    // Looked up under its http form, so the same feed is fetched again.
+    writeFeed(QStringLiteral("/appcasts/maccy.xml"), maccy());
+    const QString https = feedURL(QStringLiteral("/appcasts/maccy.xml"));
+    const QString http = QString(https).replace(QStringLiteral("https://"), QStringLiteral("http://"));
+    ASSERT_TRUE(sparkle(http, 61));
+    EXPECT_EQ(controller_->checkedUpdates().keys(), QStringList{https});
     server_->clearLog();
-    EXPECT_TRUE(sparkle(http));
+    EXPECT_TRUE(sparkle(http, 61)); // so the same feed is fetched again
+    EXPECT_FALSE(sparkle(https, 61));
     EXPECT_EQ(server_->requestedPaths().size(), 1);
 }
 
-TEST_F(Checks, SparkleFailuresReturnNothing)
+TEST_F(Checks, GroupRules)
 {
-    writeFeed(QStringLiteral("/feeds/broken.xml"), "<rss><channel><item>");
-    writeFeed(QStringLiteral("/feeds/empty.xml"), "<rss><channel/></rss>");
-    EXPECT_FALSE(sparkle(feedURL(QStringLiteral("/feeds/broken.xml"))));
-    EXPECT_FALSE(sparkle(feedURL(QStringLiteral("/feeds/empty.xml"))));
-    EXPECT_FALSE(sparkle(feedURL(QStringLiteral("/feeds/absent.xml"))));
-    const QString log = vltest::LogFixture::logText();
-    EXPECT_TRUE(log.contains(QStringLiteral("Error loading XML for")));
-    EXPECT_TRUE(log.contains(QStringLiteral("No items found.")));
+    const QString path = QStringLiteral("/rss/appcasts/grp.xml");
+    qint64 installed = 3;
+    auto serve = [&](const QVariantMap& feed, qint64 build = 3) { return [&, feed, build] { writePlistFeed(path, feed); installed = build; }; };
+    // A release handed to group "next", installed here.
+    makeBundle(sysPath(QStringLiteral("/Applications/Next.app")), QStringLiteral("com.velmora.Next"), QStringLiteral("1"),
+               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("next")}});
+    const QString app = QStringLiteral("com.velmora.App");
+    const QList<Row> rows = {
+        {"offered", serve(groupFeed(4)), CheckOutcome::Offered, Answer::Record, "feed", feedURL(path)},
+        {"manual only", serve(groupFeed(4, {{QStringLiteral("manualInstallOnly"), QStringLiteral("YES")}})), CheckOutcome::ManualOnly,
+         Answer::Record, "oldVersion", qlonglong(3)},
+        {"up to date", serve(groupFeed(3)), CheckOutcome::UpToDate, Answer::Marker, "feedVersion", qlonglong(3)},
+        {"deprecated", serve(groupFeed(4, {{QStringLiteral("deprecatedApps"), QVariantList{app}}})), CheckOutcome::Deprecated,
+         Answer::Nothing, "feed", feedURL(path)},
+        {"successor group", serve(groupFeed(4, {{QStringLiteral("groupID"), QStringLiteral("next")}})), CheckOutcome::SuccessorGroup,
+         Answer::Marker, "successorGroup", QStringLiteral("next")},
+        {"error page", [&] { route(path, {{QStringLiteral("status"), 404}}); }, CheckOutcome::FeedUnreachable, Answer::Nothing,
+         "httpStatus", 404},
+    };
+    runRows(rows, [&](CheckVerdict* why) {
+        return controller_->updateGroup(QStringLiteral("grp"), QString(), QString(), installed, QStringLiteral("3.0"), app, false, why);
+    });
 }
 
-TEST_F(Checks, GroupFeedOrderWithTestFeedAndFallback)
+TEST_F(Checks, GroupFeedOrderWithTestFeedFallbackAndApplicationName)
 {
-    writePlistFeed(QStringLiteral("/rss/appcasts/grp.xml"), groupFeed(4, QStringLiteral("main")));
-    writePlistFeed(QStringLiteral("/test/old.xml"), groupFeed(3, QStringLiteral("test")));
-
+    writePlistFeed(QStringLiteral("/rss/appcasts/grp.xml"), groupFeed(4));
+    writePlistFeed(QStringLiteral("/test/old.xml"), groupFeed(3));
     // An unreachable test feed falls back to the feed by group, never the by-application one.
     setDefault("testURL", feedURL(QStringLiteral("/test/missing.xml")));
-    std::optional<UpdateRecord> rec = group(QStringLiteral("ToolApp"));
-    ASSERT_TRUE(rec);
-    EXPECT_EQ(rec->value(record::kTitle), QVariant(QStringLiteral("main")));
+    ASSERT_TRUE(group(QStringLiteral("ToolApp")));
     EXPECT_EQ(server_->requestedPaths(), (QStringList{QStringLiteral("/test/missing.xml"), QStringLiteral("/rss/appcasts/grp.xml")}));
-
-    // A test feed offering nothing newer is followed by the group's own feed.
+    // A test feed offering nothing newer is followed by the group's own feed, once per run.
     controller_->setCheckedUpdates({});
-    server_->clearLog();
     setDefault("testURL", feedURL(QStringLiteral("/test/old.xml")));
-    rec = group();
-    ASSERT_TRUE(rec);
-    EXPECT_EQ(rec->value(record::kTitle), QVariant(QStringLiteral("main")));
-    EXPECT_EQ(controller_->checkedUpdates().value(QStringLiteral("grp")).toLongLong(), 3);
-    // ... and the group is not checked twice in one run.
+    EXPECT_EQ(group().value_or(UpdateRecord()).value(record::kTitle), QVariant(QStringLiteral("Group 4")));
     EXPECT_FALSE(group());
-
-    // Without a test feed the application name selects the feed.
+    // Without a test feed the application name selects the feed; a blank in it makes the
+    // address invalid, and nothing is requested.
     sys::UserDefaults::standard().removeObjectForKey(QStringLiteral("testURL"));
     controller_->setCheckedUpdates({});
     server_->clearLog();
     (void)group(QStringLiteral("Tool"), QStringLiteral("Sub"));
-    ASSERT_EQ(server_->requests().size(), 1);
     EXPECT_EQ(server_->requests().value(0).target, QStringLiteral("/rss/appcast?app=Tool&subapp=Sub&group"));
-    // A blank in the name makes the address invalid: nothing is requested.
     controller_->setCheckedUpdates({});
     server_->clearLog();
     EXPECT_FALSE(group(QStringLiteral("Tool Pro")));
     EXPECT_TRUE(server_->requestedPaths().isEmpty());
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Unable to load appcast")));
 }
 
-TEST_F(Checks, GroupBetaArchiveAndStandaloneApps)
+TEST_F(Checks, GroupBetaArchiveStandaloneAppsAndItsExceptionPath)
 {
-    QVariantMap main = groupFeed(4, QStringLiteral("main"));
-    main.insert(QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.Main")});
-    writePlistFeed(QStringLiteral("/rss/appcasts/grp.xml"), main);
-    QVariantMap beta = groupFeed(7, QStringLiteral("beta"));
-    beta.insert(QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.Solo")});
-    writeFeed(QStringLiteral("/rss/appcasts/grp.beta.xml"), plist::encodeKeyedArchive(beta));
+    writePlistFeed(QStringLiteral("/rss/appcasts/grp.xml"), groupFeed(4, {{QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.M")}}}));
+    writeFeed(QStringLiteral("/rss/appcasts/grp.beta.xml"),
+              plist::encodeKeyedArchive(groupFeed(7, {{QStringLiteral("title"), QStringLiteral("beta")},
+                                                      {QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.Solo")}}})));
     setDefault("showBetaUpdates", 1);
     const std::optional<UpdateRecord> rec = group();
     ASSERT_TRUE(rec);
@@ -166,41 +203,84 @@ TEST_F(Checks, GroupBetaArchiveAndStandaloneApps)
     EXPECT_EQ(rec->value(record::kNewVersion).toInt(), 4); // from the main feed, as kept
     // Stand-alone applications come from the chosen (beta) entry.
     EXPECT_EQ(controller_->skippedBundleIDs(), QStringList{QStringLiteral("com.velmora.Solo")});
-
     // A beta feed that is not a keyed archive raises: with a window the check returns nothing.
     controller_->setCheckedUpdates({});
-    writeFeed(QStringLiteral("/rss/appcasts/grp.beta.xml"), plist::writeXml(groupFeed(7, QStringLiteral("beta"))));
+    writePlistFeed(QStringLiteral("/rss/appcasts/grp.beta.xml"), groupFeed(7));
     EXPECT_FALSE(group());
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(
-        QStringLiteral("Exception in -[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:]. NSInvalidArgumentException")));
+    EXPECT_TRUE(log().contains(QStringLiteral(
+        "Exception in -[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:]. NSInvalidArgumentException")));
 }
 
-TEST_F(Checks, SelfCheckBetaSkippingAndRefusal)
+TEST_F(Checks, SelfCheckOffersTheBetaMarksASkippedVersionAndRefusesFaults)
 {
-    writePlistFeed(QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.xml"), groupFeed(120, QStringLiteral("1.2")));
-    writePlistFeed(QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.beta.xml"), groupFeed(125, QStringLiteral("1.3b")));
+    const QString main = QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.xml");
+    writePlistFeed(main, groupFeed(120));
+    writePlistFeed(QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.beta.xml"),
+                   groupFeed(125, {{QStringLiteral("groupVersionString"), QStringLiteral("1.3b")}}));
     setDefault("showBetaUpdates", 1);
     ASSERT_TRUE(sys::writeGlobalPreferences({{QStringLiteral("skippedVersions"),
                                               QVariantMap{{QStringLiteral("com.velmora.SoftwareUpdate"), QStringLiteral("125")}}}}));
-    const std::optional<UpdateRecord> rec = controller_->checkForUpdatesToSelf();
+    CheckVerdict why;
+    const std::optional<UpdateRecord> rec = controller_->checkForUpdatesToSelf(&why);
     ASSERT_TRUE(rec);
-    EXPECT_EQ(rec->value(record::kNewVersion).toInt(), 125);
     EXPECT_EQ(rec->value(record::kTitle), QVariant(QStringLiteral("Velmora Software Update 1.3b")));
     EXPECT_EQ(rec->value(record::kSkipped), QVariant(true));
-    ASSERT_EQ(controller_->dataArray.size(), 1);
-    EXPECT_EQ(controller_->dataArray.value(0), *rec);
-
+    EXPECT_EQ(int(why.outcome), int(CheckOutcome::SkippedByUser));
+    EXPECT_EQ(controller_->dataArray, QList<UpdateRecord>{*rec}); // the whole list
     // A feed whose root is not a dictionary is a fault: the check leaves by its exception path.
-    writePlistFeed(QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.xml"), QVariantList{qlonglong(200)});
+    writePlistFeed(main, QVariantList{qlonglong(200)});
     EXPECT_FALSE(controller_->checkForUpdatesToSelf());
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(
-        QStringLiteral("Exception in -[AppController checkForUpdatesToSelf]. NSInvalidArgumentException")));
-
-    // Running from inside the temporary folder: no request, no record, the list emptied.
+    EXPECT_TRUE(log().contains(QStringLiteral("Exception in -[AppController checkForUpdatesToSelf]. NSInvalidArgumentException")));
+    // Run from inside the temporary folder, the updater never checks itself.
     const QString exeFolder = QCoreApplication::applicationDirPath();
     env_.set("TMPDIR", exeFolder.left(exeFolder.lastIndexOf(QLatin1Char('/')) + 1));
     server_->clearLog();
     EXPECT_FALSE(controller_->checkForUpdatesToSelf());
     EXPECT_TRUE(server_->requestedPaths().isEmpty());
-    EXPECT_TRUE(controller_->dataArray.isEmpty());
+}
+
+TEST_F(Checks, FetchingFollowsLoggedRedirectsAndEndsEveryFailure)
+{
+    const auto body = [](const char* text) { return QJsonObject{{QStringLiteral("body"), QString::fromLatin1(text)}}; };
+    ASSERT_TRUE(server_->setRoutes({{QStringLiteral("/a"), QJsonObject{{QStringLiteral("redirect"), QStringLiteral("/b")}}},
+                                    {QStringLiteral("/b"), body("hello")},
+                                    {QStringLiteral("/loop"), QJsonObject{{QStringLiteral("redirect"), QStringLiteral("/loop")}}},
+                                    {QStringLiteral("/hang"), QJsonObject{{QStringLiteral("hang"), true}}},
+                                    {QStringLiteral("/endless"), QJsonObject{{QStringLiteral("endless"), true}}},
+                                    {QStringLiteral("/missing"), QJsonObject{{QStringLiteral("status"), 404}, {QStringLiteral("body"), QStringLiteral("gone")}}}}));
+    EXPECT_EQ(controller_->dataFromURLSync(feedURL(QStringLiteral("/a"))), QByteArray("hello"));
+    EXPECT_TRUE(log().contains(QStringLiteral("Site requested redirect to ") + feedURL(QStringLiteral("/b"))));
+    // An HTTP error status is an answer: its body comes back, as a URL session gives it.
+    const discovery::FetchResult missing = discovery::fetchURL(feedURL(QStringLiteral("/missing")));
+    EXPECT_EQ(missing.data, QByteArray("gone"));
+    EXPECT_EQ(missing.response.statusCode, 404);
+    // A request that never ended would hold the test until its time limit.
+    discovery::setTransferTimeoutMsForTesting(700);
+    struct Case { const char* path; const char* error; };
+    for (const Case& c : QList<Case>{{"/loop", ""}, {"/hang", "The request timed out."}, {"/endless", "The response is too large."}}) {
+        const discovery::FetchResult r = discovery::fetchURL(feedURL(QString::fromLatin1(c.path)));
+        EXPECT_FALSE(r.data) << c.path;
+        EXPECT_EQ(r.errorDescription, *c.error ? QString::fromLatin1(c.error) : r.errorDescription) << c.path;
+        EXPECT_FALSE(r.errorDescription.isEmpty()) << c.path;
+    }
+    // Addresses that are not http(s) URLs are refused before any request; without the test CA
+    // the server's certificate is not trusted.
+    server_->clearLog();
+    for (const QString& bad : {QStringLiteral("https://127.0.0.1/a b"), QStringLiteral("file:///etc/passwd")})
+        EXPECT_EQ(discovery::fetchURL(bad).errorDescription, QStringLiteral("unsupported URL")) << bad.toStdString();
+    EXPECT_TRUE(server_->requestedPaths().isEmpty());
+    env_.unset("VELMORA_CA_FILE");
+    EXPECT_FALSE(discovery::fetchURL(feedURL(QStringLiteral("/b"))).data);
+}
+
+TEST_F(Checks, DictionaryFromDataLogsBoundedConversionErrors)
+{
+    EXPECT_FALSE(controller_->dictionaryFromData(std::nullopt));
+    EXPECT_EQ(controller_->dictionaryFromData(plist::writeXml(QVariantMap{{QStringLiteral("k"), 1}})).value().toMap().value(QStringLiteral("k")),
+              QVariant(1));
+    EXPECT_FALSE(controller_->dictionaryFromData("<html>" + QByteArray(8 * 1024 * 1024, 'z')));
+    const QString printed = log();
+    for (const char* line : {"Error converting data: ", "Data: <3c68746d", "Data String: <html>zzz", "(8388614 bytes in all)"})
+        EXPECT_TRUE(printed.contains(QString::fromLatin1(line))) << line;
+    EXPECT_LT(printed.size(), 64 * 1024);
 }

@@ -3,7 +3,7 @@
 // TMPDIR and system root (LogFixture), one local HTTPS server per test suite whose folder
 // holds the feeds, the environment contract pointing at it (update server, web site, CA),
 // a windowed controller with the null interface (windowed, so exceptions return instead of
-// ending the test process), and helpers to lay out vendor bundles.
+// ending the test process), and helpers to lay out feeds and vendor bundles.
 //
 // Lifecycle: one per test, on the main thread; the server lives for the test suite.
 
@@ -60,31 +60,34 @@ protected:
     void TearDown() override
     {
         controller_.reset();
-        for (const char* key : {"testURL", "testBetaURL", "testSelfURL", "testSelfBetaURL", "showBetaUpdates"})
+        for (const char* key : {"testURL", "showBetaUpdates"})
             sys::UserDefaults::standard().removeObjectForKey(QString::fromLatin1(key));
     }
 
     static QString feedURL(const QString& path) { return server_->url(path); }
-    static void writeFeed(const QString& path, const QByteArray& bytes)
+    static void writeFile(const QString& file, const QByteArray& bytes)
     {
-        const QString file = feeds_->path() + path;
         QDir().mkpath(QFileInfo(file).path());
         QFile out(file);
         ASSERT_TRUE(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
         out.write(bytes);
     }
+    static void writeFeed(const QString& path, const QByteArray& bytes) { writeFile(feeds_->path() + path, bytes); }
     static void writePlistFeed(const QString& path, const QVariant& value) { writeFeed(path, plist::writeXml(value)); }
+    static QByteArray corpusFeed(const QString& name)
+    {
+        QFile file(QStringLiteral(VELMORA_CORPUS_DIR "/appcasts/") + name);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
 
     QString sysPath(const QString& absolute) const { return log_.path(QStringLiteral("sysroot")) + absolute; }
 
-    // A vendor bundle: Info.plist with identifier and versions, a descriptor when given.
-    QString makeBundle(const QString& path, const QString& identifier, const QString& version,
-                       const std::optional<QVariantMap>& descriptor, const QString& shortVersion = QStringLiteral("1.0"))
+    // A vendor bundle: Info.plist with identifier and build, a descriptor when given.
+    QString makeBundle(const QString& path, const QString& identifier, const QString& version, const std::optional<QVariantMap>& descriptor)
     {
         QDir().mkpath(path + QStringLiteral("/Contents/Resources"));
-        const QVariantMap info = {{QStringLiteral("CFBundleIdentifier"), identifier},
-                                  {QStringLiteral("CFBundleVersion"), version},
-                                  {QStringLiteral("CFBundleShortVersionString"), shortVersion}};
+        const QVariantMap info = {{QStringLiteral("CFBundleIdentifier"), identifier}, {QStringLiteral("CFBundleVersion"), version},
+                                  {QStringLiteral("CFBundleShortVersionString"), QStringLiteral("1.0")}};
         EXPECT_TRUE(plist::writeXmlFileAtomically(info, path + QStringLiteral("/Contents/Info.plist")));
         if (descriptor) {
             EXPECT_TRUE(plist::writeXmlFileAtomically(*descriptor, path + QStringLiteral("/Contents/Resources/VLUpdates.plist")));

@@ -1,10 +1,17 @@
-// The full check: one group check per group, duplicates and skipped identifiers dropped,
-// forced identifiers, the verdicts the scan and the driver give each bundle, the list
-// helpers, and the process test.
+// The full check: dozens of bundles checked four at a time while group checks record their
+// stand-alone applications, a cancel part-way through, forced identifiers, the list helpers
+// and the process test.
 
 #include "DiscoveryFixture.h"
 #include "discovery/CheckReport.h"
+#include "discovery/Network.h"
 #include "support/ChildProcess.h"
+#include "support/RecordingUserInterface.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+
+#include <thread>
 
 using vltest::DiscoveryFixture;
 
@@ -12,134 +19,148 @@ namespace {
 
 class Driver : public DiscoveryFixture {
 protected:
-    QString apps_;
-    void SetUp() override
+    void TearDown() override
     {
-        DiscoveryFixture::SetUp();
-        apps_ = sysPath(QStringLiteral("/Applications"));
+        discovery::setTransferTimeoutMsForTesting(0);
+        DiscoveryFixture::TearDown();
+    }
+    QString appPath(const QString& name) const { return sysPath(QStringLiteral("/Applications/%1.app").arg(name)); }
+    // An installed bundle as a build leaves it: a real application's Info.plist with its build
+    // settings filled in (identifier "com.velmora.<name>", build 1), and the vendor's descriptor.
+    void install(const QString& name, const QVariantMap& descriptor)
+    {
+        QFile source(QStringLiteral(VELMORA_CORPUS_DIR "/plists/xml/hammerspoon-app-info-url-types-services-feed-keys.plist"));
+        ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+        const QByteArray n = name.toUtf8();
+        const QByteArray info = source.readAll().replace("$(PRODUCT_BUNDLE_IDENTIFIER)", "com.velmora." + n).replace("$(CURRENT_PROJECT_VERSION)", "1")
+                                    .replace("$(MARKETING_VERSION)", "1.0").replace("${EXECUTABLE_NAME}", n).replace("${PRODUCT_NAME}", n);
+        writeFile(appPath(name) + QStringLiteral("/Contents/Info.plist"), info);
+        writeFile(appPath(name) + QStringLiteral("/Contents/Resources/VLUpdates.plist"), plist::writeXml(descriptor));
     }
     void groupMember(const QString& name, const QString& group)
     {
-        makeBundle(apps_ + QLatin1Char('/') + name + QStringLiteral(".app"), QStringLiteral("com.velmora.") + name, QStringLiteral("3"),
-                   QVariantMap{{QStringLiteral("VLGroupID"), group}, {QStringLiteral("VLGroupVersion"), 3},
-                               {QStringLiteral("VLGroupVersionString"), QStringLiteral("3.0")}});
-        writePlistFeed(QStringLiteral("/rss/appcasts/") + group + QStringLiteral(".xml"),
-                       QVariantMap{{QStringLiteral("groupVersion"), 4}, {QStringLiteral("groupID"), group},
-                                   {QStringLiteral("title"), group + QStringLiteral(" 4")},
-                                   {QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.Solo")}}});
+        install(name, {{QStringLiteral("VLGroupID"), group}, {QStringLiteral("VLGroupVersion"), 3}, {QStringLiteral("VLGroupVersionString"), QStringLiteral("3.0")}});
     }
-    void sparkleApp(const QString& name, const QByteArray& title)
+    // The group appcast as the server sends it: "groupID", never "groupid".
+    static void groupFeed(const QString& group, const QStringList& standalone)
     {
-        const QString feed = QStringLiteral("/feeds/") + name + QStringLiteral(".xml");
-        writeFeed(feed, "<rss><channel><item><title>" + title + "</title><enclosure sparkle:version='9' url='u'/></item></channel></rss>");
-        makeBundle(apps_ + QLatin1Char('/') + name + QStringLiteral(".app"), QStringLiteral("com.velmora.") + name, QStringLiteral("2"),
-                   QVariantMap{{QStringLiteral("SUFeedURL"), feedURL(feed)}});
+        writePlistFeed(QStringLiteral("/rss/appcasts/%1.xml").arg(group),
+                       QVariantMap{{QStringLiteral("groupVersion"), 4}, {QStringLiteral("groupVersionString"), QStringLiteral("4.0")},
+                                   {QStringLiteral("groupID"), group}, {QStringLiteral("title"), group + QStringLiteral(" 4.0")},
+                                   {QStringLiteral("url"), QStringLiteral("https://example.invalid/%1.dmg").arg(group)},
+                                   {QStringLiteral("description"), QStringLiteral("<p>Fixes.</p>")},
+                                   {QStringLiteral("standaloneApps"), QVariantList(standalone.begin(), standalone.end())}});
     }
-    int requestsFor(const QString& path) const { return int(server_->requestedPaths().count(path)); }
+    void sparkleApp(const QString& name, const QByteArray& feed)
+    {
+        writeFeed(QStringLiteral("/feeds/%1.xml").arg(name), feed);
+        install(name, {{QStringLiteral("SUFeedURL"), feedURL(QStringLiteral("/feeds/%1.xml").arg(name))}});
+    }
 };
-
-QVariantMap rec(const char* type, const char* group, const char* bundle, const char* title = "t")
-{
-    QVariantMap r = {{record::kType, QString::fromLatin1(type)}, {record::kTitle, QString::fromLatin1(title)}};
-    if (group)
-        r.insert(record::kGroupId, QString::fromLatin1(group));
-    if (bundle)
-        r.insert(record::kBundleId, QString::fromLatin1(bundle));
-    return r;
-}
 
 } // namespace
 
-TEST_F(Driver, GroupsAreCheckedOnceAndDuplicatesAndSkippedAppsDropped)
+TEST_F(Driver, ManyApplicationsCheckedFourAtATimeAreEachListedOnce)
 {
-    groupMember(QStringLiteral("Alpha"), QStringLiteral("suite"));
-    groupMember(QStringLiteral("Beta"), QStringLiteral("suite"));
-    sparkleApp(QStringLiteral("First"), "Same Title");
-    sparkleApp(QStringLiteral("Second"), "Same Title");
-    sparkleApp(QStringLiteral("Solo"), "Solo 9"); // covered by the group feed's stand-alone list
+    // One application per corpus appcast, and three groups of four members whose feeds each
+    // cover two of those applications as stand-alone and answer slowly enough for the members
+    // of a group to meet.
+    QStringList names;
+    for (const QString& file : QDir(QStringLiteral(VELMORA_CORPUS_DIR "/appcasts")).entryList({QStringLiteral("*.xml")})) {
+        names << QStringLiteral("App%1").arg(names.size());
+        sparkleApp(names.last(), corpusFeed(file));
+    }
+    ASSERT_GE(names.size(), 20);
+    QMap<QString, QString> coveringGroup; // bundle identifier -> group
+    const QStringList groups = {QStringLiteral("suiteA"), QStringLiteral("suiteB"), QStringLiteral("suiteC")};
+    QJsonObject slowly;
+    for (qsizetype g = 0; g < groups.size(); ++g) {
+        QStringList covered;
+        for (const QString& name : names.mid(g * 2, 2))
+            coveringGroup.insert(covered.emplaceBack(QStringLiteral("com.velmora.") + name), groups[g]);
+        groupFeed(groups[g], covered);
+        const QString feed = QStringLiteral("rss/appcasts/%1.xml").arg(groups[g]);
+        slowly.insert(QLatin1Char('/') + feed, QJsonObject{{QStringLiteral("file"), feed}, {QStringLiteral("delay_ms"), 150}});
+        for (int m = 0; m < 4; ++m)
+            groupMember(groups[g] + QString::number(m), groups[g]);
+    }
+    ASSERT_TRUE(server_->setRoutes(slowly));
+    // Expected: each group once, and each other application whose own check, run alone, offers an update.
+    QSet<QString> expected(groups.begin(), groups.end());
+    for (const QString& name : names) {
+        const QString id = QStringLiteral("com.velmora.") + name;
+        const auto alone = controller_->updateSparkleFeed(feedURL(QStringLiteral("/feeds/%1.xml").arg(name)), appPath(name), id, 1, QStringLiteral("1.0"));
+        if (!coveringGroup.contains(id) && alone && !record::isUpToDateMarker(*alone))
+            expected.insert(id);
+    }
+    ASSERT_GE(expected.size(), 12);
 
-    controller_->checkForUpdates(std::nullopt);
-    EXPECT_EQ(requestsFor(QStringLiteral("/rss/appcasts/suite.xml")), 1);
-    QStringList titles;
-    for (const UpdateRecord& r : controller_->dataArray)
-        titles << r.value(record::kTitle).toString();
-    titles.sort();
-    EXPECT_EQ(titles, (QStringList{QStringLiteral("Same Title"), QStringLiteral("suite 4")}));
+    // Several runs shake out the orders in which the four workers meet.
+    for (int run = 0; run < 4; ++run) {
+        server_->clearLog();
+        discovery::CheckReport report;
+        controller_->checkReport = &report;
+        controller_->checkForUpdates(std::nullopt);
+        controller_->checkReport = nullptr;
+        QStringList listed;
+        for (const UpdateRecord& r : controller_->dataArray)
+            listed << record::identifierOf(r);
+        EXPECT_EQ(listed.size(), expected.size()) << "run " << run << ": " << listed.join(QLatin1Char(' ')).toStdString();
+        EXPECT_EQ(QSet<QString>(listed.begin(), listed.end()), expected) << "run " << run;
+        for (const QString& group : groups)
+            EXPECT_EQ(server_->requestedPaths().count(QStringLiteral("/rss/appcasts/%1.xml").arg(group)), 1) << "run " << run;
+        // Whether its own check ran before its group's or its record was dropped afterwards,
+        // a stand-alone application names the group that covers it.
+        for (const discovery::CheckedBundle& b : report.bundles()) {
+            if (coveringGroup.contains(b.bundleID)) {
+                EXPECT_EQ(int(b.verdict.outcome), int(discovery::CheckOutcome::CoveredByGroup)) << b.bundleID.toStdString();
+                EXPECT_EQ(b.verdict.facts.value(QStringLiteral("group")), QVariant(coveringGroup.value(b.bundleID)));
+            }
+        }
+    }
 }
 
-TEST_F(Driver, EveryBundleTheCheckLookedAtGetsTheVerdictOfTheRuleThatDecided)
+TEST_F(Driver, ACancelPartWayLetsTheQueuedChecksRunButShowsNoListOrAlert)
 {
-    using discovery::CheckOutcome;
-    groupMember(QStringLiteral("Alpha"), QStringLiteral("suite"));
-    groupMember(QStringLiteral("Beta"), QStringLiteral("suite"));
-    sparkleApp(QStringLiteral("First"), "Same Title");
-    sparkleApp(QStringLiteral("Second"), "Same Title");
-    sparkleApp(QStringLiteral("Solo"), "Solo 9"); // the group feed lists it as stand-alone
-    makeBundle(apps_ + QStringLiteral("/Foreign.app"), QStringLiteral("com.example.Foreign"), QStringLiteral("1"),
-               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("suite")}});
-    makeBundle(apps_ + QStringLiteral("/Sourceless.app"), QStringLiteral("com.velmora.Sourceless"), QStringLiteral("1"),
-               QVariantMap{{QStringLiteral("VLGroupVersion"), 1}});
-    makeBundle(apps_ + QStringLiteral("/Plain.app"), QStringLiteral("com.velmora.Plain"), QStringLiteral("1"), std::nullopt);
-    makeBundle(apps_ + QStringLiteral("/Adobe Tool.app"), QStringLiteral("com.velmora.Adobe"), QStringLiteral("1"),
-               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("suite")}});
-
-    discovery::CheckReport report;
-    controller_->checkReport = &report;
-    controller_->checkForUpdates(std::nullopt);
-    controller_->checkReport = nullptr;
-
-    QMap<QString, discovery::CheckedBundle> byName;
-    for (const discovery::CheckedBundle& b : report.bundles())
-        byName.insert(QFileInfo(b.path).completeBaseName(), b);
-    auto outcomes = [&](const QStringList& names) {
-        QList<int> found;
-        for (const QString& name : names)
-            found << int(byName.value(name).verdict.outcome);
-        std::sort(found.begin(), found.end());
-        return found;
-    };
-    auto sorted = [](QList<CheckOutcome> list) {
-        QList<int> ints;
-        for (CheckOutcome o : list)
-            ints << int(o);
-        std::sort(ints.begin(), ints.end());
-        return ints;
-    };
-    // One member of the group offers its update; the other finds it listed (which one wins
-    // the list's lock first is up to the queue). The same holds for two equal titles.
-    EXPECT_EQ(outcomes({QStringLiteral("Alpha"), QStringLiteral("Beta")}),
-              sorted({CheckOutcome::Offered, CheckOutcome::CheckedAlready}));
-    EXPECT_EQ(outcomes({QStringLiteral("First"), QStringLiteral("Second")}),
-              sorted({CheckOutcome::Offered, CheckOutcome::Duplicate}));
-    // Whether its own check ran before the group's or its record was dropped afterwards, the
-    // stand-alone application names the group that covers it.
-    EXPECT_EQ(int(byName.value(QStringLiteral("Solo")).verdict.outcome), int(CheckOutcome::CoveredByGroup));
-    EXPECT_EQ(byName.value(QStringLiteral("Solo")).verdict.facts.value(QStringLiteral("group")), QVariant(QStringLiteral("suite")));
-    EXPECT_EQ(int(byName.value(QStringLiteral("Foreign")).verdict.outcome), int(CheckOutcome::NotVendorBundle));
-    EXPECT_FALSE(byName.value(QStringLiteral("Foreign")).decidedByScan);
-    EXPECT_EQ(int(byName.value(QStringLiteral("Sourceless")).verdict.outcome), int(CheckOutcome::NotChecked));
-    // The scan passes over a bundle without descriptor and a name its filter skips.
-    for (const QString& name : {QStringLiteral("Plain"), QStringLiteral("Adobe Tool")}) {
-        EXPECT_TRUE(byName.value(name).decidedByScan) << name.toStdString();
-        EXPECT_EQ(int(byName.value(name).verdict.outcome), int(CheckOutcome::NotVendorBundle)) << name.toStdString();
+    auto recording = std::make_unique<vltest::RecordingUserInterface>();
+    const vltest::RecordingUserInterface& ui = *recording;
+    controller_ = AppController::init(std::move(recording));
+    // Twelve applications whose feeds never answer: the four workers wait on the first four.
+    QJsonObject routes;
+    for (int i = 0; i < 12; ++i) {
+        sparkleApp(QStringLiteral("Slow%1").arg(i), corpusFeed(QStringLiteral("maccy-single-item-cdata-html-description.xml")));
+        routes.insert(QStringLiteral("/feeds/Slow%1.xml").arg(i), QJsonObject{{QStringLiteral("hang"), true}});
     }
-    EXPECT_EQ(report.scannedFolders().value(0), apps_);
-    // The report changes nothing in the list.
-    QStringList titles;
-    for (const UpdateRecord& r : controller_->dataArray)
-        titles << r.value(record::kTitle).toString();
-    titles.sort();
-    EXPECT_EQ(titles, (QStringList{QStringLiteral("Same Title"), QStringLiteral("suite 4")}));
+    ASSERT_TRUE(server_->setRoutes(routes));
+    discovery::setTransferTimeoutMsForTesting(3000);
+
+    std::atomic<bool> done{false};
+    std::thread check([&] {
+        controller_->checkForUpdates(std::nullopt);
+        done = true;
+    });
+    const QDeadlineTimer guard(60000);
+    while (server_->requests().size() < 4 && !guard.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    controller_->cancelUpdateCheck();
+    while (!done && !guard.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    check.join();
+    // The driver does not stop the queued operations: every feed is still asked for.
+    EXPECT_EQ(server_->requests().size(), 12);
+    EXPECT_EQ(ui.calls().count(QStringLiteral("reloadTableView")), 1) << "only the emptying at the start";
+    EXPECT_EQ(ui.calls().last(), QStringLiteral("endProgress"));
+    EXPECT_FALSE(ui.calls().contains(QStringLiteral("showAlert:No updates found")));
 }
 
 TEST_F(Driver, ForcedIdentifiers)
 {
     groupMember(QStringLiteral("Alpha"), QStringLiteral("suite"));
+    groupFeed(QStringLiteral("suite"), {});
     // A forced group that is installed is not checked a second time.
     controller_->checkForUpdates(QStringList{QStringLiteral("suite")});
-    EXPECT_EQ(requestsFor(QStringLiteral("/rss/appcasts/suite.xml")), 1);
+    EXPECT_EQ(server_->requestedPaths(), QStringList{QStringLiteral("/rss/appcasts/suite.xml")});
     EXPECT_EQ(controller_->dataArray.size(), 1);
-
     // One that is not installed ends the check by the exception path (windowed: it returns).
     controller_->checkForUpdates(QStringList{QStringLiteral("suite"), QStringLiteral("absent")});
     EXPECT_TRUE(vltest::LogFixture::logText().contains(
@@ -148,56 +169,30 @@ TEST_F(Driver, ForcedIdentifiers)
                        "unrecognized selector sent to instance")));
 }
 
-TEST_F(Driver, ForcedIdentifierNotInstalledEndsAWindowlessRunWithStatusOne)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            const std::unique_ptr<AppController> windowless = AppController::initWithoutGUI();
-            windowless->checkForUpdates(QStringList{QStringLiteral("absent")});
-            std::exit(0);
-        },
-        ::testing::ExitedWithCode(1), "");
-}
-
-TEST(DriverHelpers, UniqueObjectsKeepTheFirstRecordOfEachIdentifier)
+TEST(DriverHelpers, TheListKeepsTheFirstRecordOfEachIdentifierAndTitle)
 {
     const std::unique_ptr<AppController> c = AppController::init();
-    c->setSkippedBundleIDs({QStringLiteral("com.velmora.skip")});
-    const QList<UpdateRecord> in = {
-        rec("group", "g1", "com.velmora.a", "first"), rec("group", "g1", "com.velmora.b", "second"),
-        rec("sparkle", "g1", "com.velmora.c"),        // a Sparkle record is identified by its bundle
-        rec("sparkle", nullptr, "com.velmora.c", "dup"), rec("sparkle", nullptr, "com.velmora.skip"),
-        rec("group", nullptr, "com.velmora.d"),        // a group record without groupid has no identifier
-        record::upToDateMarker(), rec("self", "com.velmora.SoftwareUpdate", "com.velmora.SoftwareUpdate")};
-    const QList<UpdateRecord> out = c->uniqueObjectsInArray(in);
-    ASSERT_EQ(out.size(), 3);
-    EXPECT_EQ(out[0].value(record::kTitle), QVariant(QStringLiteral("first")));
-    EXPECT_EQ(out[1].value(record::kBundleId), QVariant(QStringLiteral("com.velmora.c")));
-    EXPECT_EQ(out[1].value(record::kTitle), QVariant(QStringLiteral("t")));
-    EXPECT_EQ(out[2].value(record::kType), QVariant(QStringLiteral("self")));
-
+    const auto rec = [](const char* type, const char* group, const char* bundle, const char* title) {
+        QVariantMap r = {{record::kType, QString::fromLatin1(type)}, {record::kTitle, QString::fromLatin1(title)},
+                         {record::kBundleId, QString::fromLatin1(bundle)}};
+        if (group)
+            r.insert(record::kGroupId, QString::fromLatin1(group));
+        return r;
+    };
+    // A group record is identified by its groupid (none: no identifier), a Sparkle one by its bundle.
+    const QList<UpdateRecord> unique = c->uniqueObjectsInArray({rec("group", "g1", "a", "first"), rec("group", "g1", "b", "second"),
+                                                                rec("sparkle", "g1", "c", "third"), rec("group", nullptr, "d", "fourth")});
+    ASSERT_EQ(unique.size(), 2);
+    EXPECT_EQ(unique[1].value(record::kTitle), QVariant(QStringLiteral("third")));
     // Adding keeps the first record of a title; records without a title never match.
-    c->addObjectToDataArray(rec("sparkle", nullptr, "x", "T"));
-    c->addObjectToDataArray(rec("sparkle", nullptr, "y", "T"));
-    c->addObjectToDataArray({{record::kBundleId, QStringLiteral("z1")}});
-    c->addObjectToDataArray({{record::kBundleId, QStringLiteral("z2")}});
+    for (const UpdateRecord& r : {rec("sparkle", nullptr, "x", "T"), rec("sparkle", nullptr, "y", "T"), UpdateRecord{{record::kBundleId, 1}},
+                                  UpdateRecord{{record::kBundleId, 2}}})
+        c->addObjectToDataArray(r);
     EXPECT_EQ(c->dataArray.size(), 3);
-    EXPECT_TRUE(AppController::isGroup(QStringLiteral("g1"), in));
-    EXPECT_FALSE(AppController::isGroup(QStringLiteral("G1"), in));
-}
-
-TEST(DriverHelpers, CompareExclusiveItems)
-{
-    const QStringList a = {QStringLiteral("x"), QStringLiteral("y")};
-    EXPECT_EQ(AppController::compareExclusiveItems(a, a), QStringList());
-    EXPECT_EQ(AppController::compareExclusiveItems(a, {QStringLiteral("x"), QStringLiteral("y"), QStringLiteral("v")}),
-              QStringList{QStringLiteral("v")});
-    EXPECT_EQ(AppController::compareExclusiveItems({QStringLiteral("x"), QStringLiteral("v"), QStringLiteral("y")}, a),
-              QStringList{QStringLiteral("v")});
     // Equal counts: the second list's items the first lacks.
+    const QStringList a = {QStringLiteral("x"), QStringLiteral("y")};
     EXPECT_EQ(AppController::compareExclusiveItems(a, {QStringLiteral("y"), QStringLiteral("w")}), QStringList{QStringLiteral("w")});
-    EXPECT_EQ(AppController::compareExclusiveItems(a, {QStringLiteral("y"), QStringLiteral("x")}), QStringList());
+    EXPECT_EQ(AppController::compareExclusiveItems({QStringLiteral("x"), QStringLiteral("v"), QStringLiteral("y")}, a), QStringList{QStringLiteral("v")});
 }
 
 TEST(ProcessCheck, TheWholeLastComponentMustMatch)

@@ -1,206 +1,243 @@
-// The group and self release rules on decoded feed dictionaries: the choice between main and
-// beta feed, newVersion from the main feed, paid-upgrade boundaries, manual-only, successor
-// groups, stand-alone and ignored applications, deprecation, and type faults in feeds.
+// The pure reading and rules of the feeds. Sparkle appcasts: a sweep over the corpus, one
+// corpus row per rule of the first item, attributes walked in document order, minimum OS
+// and hostile documents. Group and self feeds: main or beta, paid upgrades, manual-only,
+// stand-alone, ignored and deprecated applications, successor groups and type faults.
 
 #include "discovery/FeedRules.h"
+#include "discovery/SparkleFeed.h"
 #include "UpdateRecord.h"
 #include "platform/foundation/PlatformException.h"
 #include "support/LogFixture.h"
 #include "support/QtPrinters.h"
 
+#include <QDir>
+#include <QFile>
+
 #include <gtest/gtest.h>
 
+using discovery::EnclosureVerdict;
 using discovery::GroupVerdict;
+using Feed = discovery::SparkleFeed;
 
 namespace {
+
+const QString kCorpus = QStringLiteral(VELMORA_CORPUS_DIR "/appcasts/");
+
+struct Outcome {
+    Feed::Status status = Feed::Status::NotXml;
+    std::optional<EnclosureVerdict> verdict;
+    QVariantMap record;
+};
+
+Outcome sparkle(const QByteArray& bytes, qint64 installed)
+{
+    Outcome out;
+    const Feed feed = discovery::parseSparkleFeed(bytes);
+    out.status = feed.status;
+    if (feed.status != Feed::Status::Ok)
+        return out;
+    out.verdict = discovery::applyEnclosure(feed.enclosure, installed, QStringLiteral("1.9"), QStringLiteral("13.4.1"), out.record);
+    if (*out.verdict == EnclosureVerdict::Update && feed.children)
+        discovery::applyItemChildren(*feed.children, out.record);
+    return out;
+}
+
+Outcome corpus(const char* name, qint64 installed)
+{
+    QFile file(kCorpus + QString::fromLatin1(name));
+    return sparkle(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), installed);
+}
+
+QByteArray enclosure(const QByteArray& attributes, const QByteArray& itemExtra = "<title>T</title>")
+{
+    return "<rss><channel><item>" + itemExtra + "<enclosure " + attributes + "/></item></channel></rss>";
+}
+
+// A group release as the server writes it; `tag` marks where each value came from.
+QVariantMap release(const QVariant& version, const QString& tag, const QVariantMap& extra = {})
+{
+    QVariantMap m = {{QStringLiteral("groupVersion"), version}, {QStringLiteral("groupVersionString"), tag},
+                     {QStringLiteral("groupID"), QStringLiteral("grp")}, {QStringLiteral("title"), tag},
+                     {QStringLiteral("url"), QStringLiteral("https://x/") + tag}, {QStringLiteral("edSignature"), tag}};
+    m.insert(extra);
+    return m;
+}
 
 class FeedRules : public ::testing::Test {
 protected:
     vltest::LogFixture log_;
-    const QString system_ = QStringLiteral("13.4.1");
     discovery::GroupRequest request_{QStringLiteral("grp"), 3, QStringLiteral("3.0"), QStringLiteral("com.velmora.App"), false};
     QStringList installedGroups_;
 
-    discovery::GroupOutcome evaluate(const QVariantMap& main, const std::optional<QVariantMap>& beta = std::nullopt)
+    discovery::GroupOutcome group(const QVariantMap& main, const std::optional<QVariantMap>& beta = std::nullopt)
     {
-        return discovery::evaluateGroupRelease(main, beta, request_, system_,
+        return discovery::evaluateGroupRelease(main, beta, request_, QStringLiteral("13.4.1"),
                                                [this](const QString& id) { return installedGroups_.contains(id); });
     }
+    discovery::GroupOutcome groupWith(const QVariantMap& extra) { return group(release(qlonglong(9), QStringLiteral("m"), extra)); }
 };
-
-QVariantMap release(const QVariant& version, const QString& tag, const QVariantMap& extra = {})
-{
-    QVariantMap m = {{QStringLiteral("groupVersion"), version},
-                     {QStringLiteral("groupVersionString"), tag + QStringLiteral("-string")},
-                     {QStringLiteral("groupID"), QStringLiteral("grp")},
-                     {QStringLiteral("title"), tag + QStringLiteral(" title")},
-                     {QStringLiteral("url"), QStringLiteral("https://x/") + tag},
-                     {QStringLiteral("description"), tag + QStringLiteral(" notes")}};
-    for (auto it = extra.begin(); it != extra.end(); ++it)
-        m.insert(it.key(), it.value());
-    return m;
-}
 
 } // namespace
 
-TEST_F(FeedRules, MainOrBetaIsChosenAndNewVersionAlwaysComesFromMain)
+TEST_F(FeedRules, EveryCorpusAppcastIsReadAndEachRuleOfTheFirstItemHasItsRow)
 {
-    struct Case { QVariant main; std::optional<int> beta; GroupVerdict verdict; const char* chosen; };
+    for (const QString& file : QDir(kCorpus).entryList({QStringLiteral("*.xml")}, QDir::Files)) {
+        const Outcome out = corpus(file.toLatin1().constData(), 1);
+        // The one corpus feed whose first item carries no enclosure ends the check there.
+        ASSERT_EQ(out.status, file.startsWith(QStringLiteral("coteditor-2018")) ? Feed::Status::NoEnclosure : Feed::Status::Ok)
+            << file.toStdString();
+        EXPECT_TRUE(out.verdict != EnclosureVerdict::Update || out.record.value(record::kUrl).toString().startsWith(QStringLiteral("http")))
+            << file.toStdString();
+    }
+    struct Row { const char* file; qint64 installed; std::optional<EnclosureVerdict> verdict; const char* newVersion; const char* title; };
+    const QList<Row> rows = {
+        // Oldest item first: only the first item counts, whatever the later ones say.
+        {"amethyst-2014-http-oldest-item-first.xml", 1, EnclosureVerdict::Update, "2", "Version 0.7"},
+        // Dotted versions read as their first number, and an equal build is not newer.
+        {"alttab-283-items-releasenoteslink-minsysver.xml", 10, EnclosureVerdict::Update, "11.4.3", "Version 11.4.3"},
+        {"alttab-283-items-releasenoteslink-minsysver.xml", 11, EnclosureVerdict::UpToDate, nullptr, nullptr},
+        // shortVersionString precedes the version: read first, then the walk stops at the version.
+        {"qlmarkdown-italian-pubdates-cdata-50-items.xml", 53, EnclosureVerdict::UpToDate, nullptr, nullptr},
+        // Versions as child elements: no sparkle:version, so no newVersion, still an update.
+        {"coteditor-version-child-elements-prerelease-channel-first.xml", 99, EnclosureVerdict::Update, nullptr, "CotEditor 7.1.0-beta.2"},
+    };
+    for (const Row& r : rows) {
+        const Outcome out = corpus(r.file, r.installed);
+        ASSERT_EQ(out.verdict, r.verdict) << r.file;
+        if (r.verdict == EnclosureVerdict::Update) {
+            EXPECT_EQ(out.record.value(record::kNewVersion), r.newVersion ? QVariant(QString::fromLatin1(r.newVersion)) : QVariant()) << r.file;
+            EXPECT_EQ(out.record.value(record::kTitle).toString(), QString::fromLatin1(r.title)) << r.file;
+        }
+    }
+    // The first enclosure's EdDSA signature is read (not its DSA one); no manualOnly attribute, no key.
+    EXPECT_EQ(corpus("alttab-283-items-releasenoteslink-minsysver.xml", 10).record.value(record::kEdSignature),
+              QVariant(QStringLiteral("hXT/SagT/CjOsE0qUEcAvv762yiNzfVuPoQwzk6gFKv1w4Jk5+qYJsX+mB6/iNF8BUbb0jZmRjG+4GDY2CrDAA==")));
+    EXPECT_FALSE(corpus("maccy-single-item-cdata-html-description.xml", 1).record.contains(record::kManualOnly));
+}
+
+TEST_F(FeedRules, EnclosureAttributesAreWalkedInDocumentOrder)
+{
+    // A blocking minOS before the version ends the walk; after a version that is not newer it is never read.
+    EXPECT_EQ(sparkle(enclosure(R"(minOS="14.0.0" sparkle:version="9" url="u")"), 1).verdict, EnclosureVerdict::NeedsNewerOS);
+    EXPECT_EQ(sparkle(enclosure(R"(sparkle:version="1" minOS="14.0.0")"), 1).verdict, EnclosureVerdict::UpToDate);
+    // On a newer version everything is read: "size" (not "length") and "checksum" under their record keys.
+    const QVariantMap all = sparkle(enclosure(R"(sparkle:version="7" size="12" checksum="abc" length="99" manualOnly="true")"), 6).record;
+    EXPECT_EQ(all.value(record::kSize), QVariant(QStringLiteral("12")));
+    EXPECT_EQ(all.value(record::kServerChecksum), QVariant(QStringLiteral("abc")));
+    EXPECT_EQ(all.value(record::kOldVersion), QVariant(qint64(6)));
+    EXPECT_EQ(all.value(record::kManualOnly), QVariant(true));
+    // manualOnly follows the text-to-boolean rule; an empty signature is no signature.
+    const Outcome odd = sparkle(enclosure(R"(manualOnly="maybe" sparkle:edSignature="")"), 0);
+    EXPECT_EQ(odd.record.value(record::kManualOnly), QVariant(false));
+    EXPECT_FALSE(odd.record.contains(record::kEdSignature));
+    // A later item child overwrites an earlier one; the description's markup is kept as text.
+    const Outcome children = sparkle(enclosure("url='u'", "<title>one</title><link>l1</link><title>two</title>"
+                                                          "<description><![CDATA[<p>a</p>]]> and <i>b</i></description>"), 1);
+    EXPECT_EQ(children.record.value(record::kTitle), QVariant(QStringLiteral("two")));
+    EXPECT_EQ(children.record.value(record::kPageUrl), QVariant(QStringLiteral("l1")));
+    EXPECT_EQ(children.record.value(record::kChangeList), QVariant(QStringLiteral("<p>a</p> and b")));
+}
+
+TEST_F(FeedRules, MinimumOSBlocksOnlyWithSixCharactersOnBothSides)
+{
+    struct Case { const char* minOS; const char* system; bool blocks; };
     const QList<Case> cases = {
-        {QVariant(qlonglong(4)), std::nullopt, GroupVerdict::Update, "main"},
-        {QVariant(qlonglong(3)), std::nullopt, GroupVerdict::NotNewer, nullptr},
-        {QVariant(QStringLiteral("4")), std::nullopt, GroupVerdict::Update, "main"}, // numeric string
-        {QVariant(QStringLiteral("4.9")), std::nullopt, GroupVerdict::Update, "main"},
-        {QVariant(QStringLiteral("abc")), std::nullopt, GroupVerdict::NotNewer, nullptr},
-        {QVariant(qlonglong(3)), 5, GroupVerdict::Update, "beta"},   // beta higher: beta chosen
-        {QVariant(qlonglong(5)), 5, GroupVerdict::Update, "main"},   // tie: main
-        {QVariant(qlonglong(6)), 5, GroupVerdict::Update, "main"},
-        {QVariant(qlonglong(2)), 3, GroupVerdict::NotNewer, nullptr},
+        {"10.15.8", "10.15.7", true}, {"10.15.7", "10.15.7", false},
+        {"10.16", "10.15.7", false}, // five characters: never blocks
+        {"14.0.0", "13.4", false},   // a four-character system version never compares
+        {"13.10.0", "13.9.1", true}, // numbers inside compare by value
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(discovery::minOSBlocks(QString::fromLatin1(c.minOS), QString::fromLatin1(c.system)), c.blocks) << c.minOS;
+}
+
+TEST_F(FeedRules, BrokenAndHostileAppcasts)
+{
+    EXPECT_EQ(discovery::parseSparkleFeed("<rss><channel><item></channel></rss>").status, Feed::Status::NotXml);
+    EXPECT_EQ(discovery::parseSparkleFeed("<html><body>Not found</body></html>").status, Feed::Status::NoItems);
+    // Entities of a DTD are never expanded (no billion laughs) and no external file is read.
+    const QByteArray laughs = "<?xml version='1.0'?><!DOCTYPE rss [<!ENTITY a 'aaaaaaaaaa'>"
+                              "<!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;'><!ENTITY c '&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;'>"
+                              "<!ENTITY ext SYSTEM 'file:///etc/passwd'>]>"
+                              "<rss><channel><item><title>&c;&ext;</title><enclosure url='u'/></item></channel></rss>";
+    const QString title = sparkle(laughs, 1).record.value(record::kTitle).toString();
+    EXPECT_LT(title.size(), 100);
+    EXPECT_FALSE(title.contains(QStringLiteral("root:")));
+    // Very deep nesting inside the item is read without exhausting the stack.
+    const QByteArray deep = "<rss><channel><item><enclosure url='u'/><description>" + QByteArray("<b>").repeated(200000) + "x"
+                          + QByteArray("</b>").repeated(200000) + "</description></item></channel></rss>";
+    EXPECT_EQ(sparkle(deep, 1).record.value(record::kChangeList), QVariant(QStringLiteral("x")));
+}
+
+TEST_F(FeedRules, GroupAndSelfReleasesComeFromMainOrBetaWithNewVersionFromMain)
+{
+    struct Case { QVariant main; std::optional<int> beta; const char* chosen; };
+    const QList<Case> cases = {
+        {QVariant(qlonglong(3)), std::nullopt, nullptr}, {QVariant(QStringLiteral("4.9")), std::nullopt, "main"}, // numeric string
+        {QVariant(QStringLiteral("abc")), std::nullopt, nullptr}, {QVariant(qlonglong(3)), 5, "beta"},
+        {QVariant(qlonglong(5)), 5, "main"}, // a tie keeps the main feed
     };
     for (const Case& c : cases) {
-        const std::optional<QVariantMap> beta =
-            c.beta ? std::optional(release(qlonglong(*c.beta), QStringLiteral("beta"))) : std::nullopt;
-        const discovery::GroupOutcome out = evaluate(release(c.main, QStringLiteral("main")), beta);
-        ASSERT_EQ(out.verdict, c.verdict) << c.main.toString().toStdString();
-        if (!c.chosen)
-            continue;
-        const QString tag = QString::fromLatin1(c.chosen);
-        EXPECT_EQ(out.record.value(record::kNewVersion), c.main);
-        EXPECT_EQ(out.record.value(record::kNewVersionString).toString(), tag + QStringLiteral("-string"));
-        EXPECT_EQ(out.record.value(record::kTitle).toString(), tag + QStringLiteral(" title"));
-        EXPECT_EQ(out.record.value(record::kUrl).toString(), QStringLiteral("https://x/") + tag);
-        EXPECT_EQ(out.record.value(record::kChangeList).toString(), tag + QStringLiteral(" notes"));
-        EXPECT_FALSE(out.record.contains(QStringLiteral("beta")));
-        EXPECT_EQ(out.record.value(record::kType), QVariant(record::kTypeGroup));
-        EXPECT_EQ(out.record.value(record::kBundleId), QVariant(request_.bundleID));
-        EXPECT_EQ(out.record.value(record::kOldVersion).toLongLong(), 3);
+        const auto beta = c.beta ? std::optional(release(qlonglong(*c.beta), QStringLiteral("beta"))) : std::nullopt;
+        const discovery::GroupOutcome out = group(release(c.main, QStringLiteral("main")), beta);
+        ASSERT_EQ(out.verdict, c.chosen ? GroupVerdict::Update : GroupVerdict::NotNewer) << c.main.toString().toStdString();
+        if (c.chosen) {
+            EXPECT_EQ(out.record.value(record::kNewVersion), c.main);
+            EXPECT_EQ(out.record.value(record::kTitle).toString(), QString::fromLatin1(c.chosen));
+            EXPECT_FALSE(out.record.contains(QStringLiteral("beta")));
+        }
     }
+    // The updater's own release: title and signature of the chosen (beta) release.
+    const discovery::SelfRequest own{QStringLiteral("120"), QStringLiteral("1.2"), QStringLiteral("com.velmora.SoftwareUpdate")};
+    const auto self = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m")), release(qlonglong(125), QStringLiteral("b")), own, {});
+    EXPECT_EQ(self.record.value(record::kTitle).toString(), QStringLiteral("Velmora Software Update b"));
+    EXPECT_EQ(self.record.value(record::kEdSignature), QVariant(QStringLiteral("b")));
+    EXPECT_EQ(self.record.value(record::kNewVersion).toLongLong(), 125);
 }
 
-TEST_F(FeedRules, ForceUpdatePassesTheVersionComparisonOnly)
+TEST_F(FeedRules, GroupPaidManualIgnoredDeprecatedAndSuccessorReleases)
 {
-    request_.forceUpdate = true;
-    EXPECT_EQ(evaluate(release(qlonglong(1), QStringLiteral("main"))).verdict, GroupVerdict::Update);
-    EXPECT_EQ(evaluate(release(qlonglong(1), QStringLiteral("main"), {{QStringLiteral("ignoredApps"),
-                                                                       QStringList{request_.bundleID}}})).verdict,
-              GroupVerdict::Ignored);
-}
-
-TEST_F(FeedRules, PaidUpgradeBoundariesAndTheirEffectOnStandaloneApps)
-{
+    // A paid upgrade (installed up to paidUpgradeFrom) leaves stand-alone apps to their own feeds.
     struct Case { QVariant paidFrom; qint64 installed; bool paid; };
-    const QList<Case> cases = {{qlonglong(3), 3, true}, {qlonglong(3), 4, false}, {qlonglong(0), 1, false},
-                               {QVariant(), 1, false}, {QStringLiteral("5"), 2, true}, {qlonglong(-1), 1, false}};
-    const QVariantList standalone = {QStringLiteral("com.velmora.A"), QStringLiteral("com.velmora.B")};
-    for (const Case& c : cases) {
+    for (const Case& c : QList<Case>{{qlonglong(3), 3, true}, {qlonglong(3), 4, false}, {QVariant(), 1, false}, {QStringLiteral("5"), 2, true}}) {
         request_.installedVersion = c.installed;
-        QVariantMap extra = {{QStringLiteral("standaloneApps"), standalone}};
+        QVariantMap extra = {{QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.A")}}};
         if (c.paidFrom.isValid())
             extra.insert(QStringLiteral("paidUpgradeFrom"), c.paidFrom);
-        const discovery::GroupOutcome out = evaluate(release(qlonglong(10), QStringLiteral("main"), extra));
-        ASSERT_EQ(out.verdict, GroupVerdict::Update);
+        const discovery::GroupOutcome out = groupWith(extra);
         EXPECT_EQ(out.record.contains(record::kPaidUpgrade), c.paid) << c.paidFrom.toString().toStdString();
-        // A paid group update leaves the stand-alone applications to their own feeds.
         EXPECT_EQ(out.standaloneApps.has_value(), !c.paid);
     }
-}
-
-TEST_F(FeedRules, ManualOnlyIgnoredAndDeprecatedApps)
-{
-    auto manual = evaluate(release(qlonglong(9), QStringLiteral("m"), {{QStringLiteral("manualInstallOnly"), QStringLiteral("YES")}}));
-    EXPECT_EQ(manual.record.value(record::kManualOnly), QVariant(true));
-    EXPECT_EQ(manual.record.value(record::kSelected).toInt(), 0);
-    auto notManual = evaluate(release(qlonglong(9), QStringLiteral("m"), {{QStringLiteral("manualInstallOnly"), QStringLiteral("yes")}}));
-    EXPECT_EQ(notManual.record.value(record::kManualOnly), QVariant(false));
-    EXPECT_EQ(notManual.record.value(record::kSelected).toInt(), 1);
-
-    // The ignore list is case-insensitive and stand-alone apps take effect before it.
-    const auto ignored = evaluate(release(qlonglong(9), QStringLiteral("m"),
+    // Manual-only is the exact text "YES", and unticks the record.
+    EXPECT_EQ(groupWith({{QStringLiteral("manualInstallOnly"), QStringLiteral("YES")}}).record.value(record::kSelected).toInt(), 0);
+    EXPECT_EQ(groupWith({{QStringLiteral("manualInstallOnly"), QStringLiteral("yes")}}).record.value(record::kManualOnly), QVariant(false));
+    // The ignore list is case-insensitive, stand-alone apps take effect before it, and forcing
+    // the check passes the version comparison only.
+    request_.forceUpdate = true;
+    const auto ignored = group(release(qlonglong(1), QStringLiteral("m"),
         {{QStringLiteral("ignoredApps"), QVariantList{QStringLiteral("COM.VELMORA.APP")}},
          {QStringLiteral("standaloneApps"), QVariantList{QStringLiteral("com.velmora.S")}}}));
     EXPECT_EQ(ignored.verdict, GroupVerdict::Ignored);
     EXPECT_EQ(ignored.standaloneApps, std::optional(QStringList{QStringLiteral("com.velmora.S")}));
-
-    // Deprecation: main feed only, exact case.
-    const QVariantMap main = {{QStringLiteral("deprecatedApps"), QVariantList{QStringLiteral("com.velmora.App")}}};
-    EXPECT_TRUE(discovery::isDeprecated(main, QStringLiteral("com.velmora.App")));
-    EXPECT_FALSE(discovery::isDeprecated(main, QStringLiteral("com.velmora.app")));
-    EXPECT_FALSE(discovery::isDeprecated({}, QStringLiteral("com.velmora.App")));
-}
-
-TEST_F(FeedRules, SuccessorGroupsAndMinimumOS)
-{
+    // Deprecation: exact case.
+    EXPECT_FALSE(discovery::isDeprecated({{QStringLiteral("deprecatedApps"), QVariantList{QStringLiteral("com.velmora.app")}}}, request_.bundleID));
+    // A release of another group is checked there when that group is installed; one that is
+    // not installed, or a release without groupID, is offered here.
     installedGroups_ = {QStringLiteral("next")};
-    EXPECT_EQ(evaluate(release(qlonglong(9), QStringLiteral("m"), {{QStringLiteral("groupID"), QStringLiteral("next")}})).verdict,
-              GroupVerdict::Successor);
-    // A successor that is not installed, or no groupID at all, goes on to the update.
-    EXPECT_EQ(evaluate(release(qlonglong(9), QStringLiteral("m"), {{QStringLiteral("groupID"), QStringLiteral("other")}})).verdict,
-              GroupVerdict::Update);
+    EXPECT_EQ(groupWith({{QStringLiteral("groupID"), QStringLiteral("next")}}).verdict, GroupVerdict::Successor);
+    EXPECT_EQ(groupWith({{QStringLiteral("groupID"), QStringLiteral("other")}}).verdict, GroupVerdict::Update);
     QVariantMap noGroup = release(qlonglong(9), QStringLiteral("m"));
     noGroup.remove(QStringLiteral("groupID"));
-    const auto out = evaluate(noGroup);
-    EXPECT_EQ(out.verdict, GroupVerdict::Update);
-    EXPECT_FALSE(out.record.contains(record::kGroupId));
-
-    EXPECT_EQ(evaluate(release(qlonglong(9), QStringLiteral("m"), {{QStringLiteral("minOS"), QStringLiteral("14.0.0")}})).verdict,
-              GroupVerdict::NeedsNewerOS);
-    EXPECT_EQ(evaluate(release(qlonglong(9), QStringLiteral("m"), {{QStringLiteral("minOS"), QStringLiteral("10.16")}})).verdict,
-              GroupVerdict::Update);
+    EXPECT_FALSE(group(noGroup).record.contains(record::kGroupId));
 }
 
 TEST_F(FeedRules, FeedValuesOfTheWrongTypeRaiseThePlatformException)
 {
-    const QList<QVariantMap> faults = {
-        {{QStringLiteral("manualInstallOnly"), true}},
-        {{QStringLiteral("standaloneApps"), QStringLiteral("com.velmora.A")}},
-        {{QStringLiteral("ignoredApps"), QVariantList{qlonglong(4)}}},
-        {{QStringLiteral("paidUpgradeFrom"), QVariantList{}}},
-    };
-    for (const QVariantMap& fault : faults)
-        EXPECT_THROW((void)evaluate(release(qlonglong(9), QStringLiteral("m"), fault)), fnd::PlatformException);
+    for (const QVariantMap& fault : QList<QVariantMap>{{{QStringLiteral("manualInstallOnly"), true}},
+                                                       {{QStringLiteral("standaloneApps"), QStringLiteral("com.velmora.A")}},
+                                                       {{QStringLiteral("ignoredApps"), QVariantList{qlonglong(4)}}},
+                                                       {{QStringLiteral("paidUpgradeFrom"), QVariantList{}}}})
+        EXPECT_THROW((void)groupWith(fault), fnd::PlatformException);
     EXPECT_THROW((void)discovery::isDeprecated({{QStringLiteral("deprecatedApps"), QStringLiteral("x")}}, QStringLiteral("x")),
                  fnd::PlatformException);
-}
-
-TEST_F(FeedRules, SelfReleaseRecord)
-{
-    using discovery::SelfVerdict;
-    const discovery::SelfRequest own{QStringLiteral("120"), QStringLiteral("1.2"), QStringLiteral("com.velmora.SoftwareUpdate")};
-    const auto current = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m")), std::nullopt, own, system_);
-    EXPECT_EQ(current.verdict, SelfVerdict::NotNewer);
-    EXPECT_EQ(current.newestVersion, 120);
-    EXPECT_TRUE(current.record.isEmpty());
-
-    const QString sig = QStringLiteral("edSignature");
-    const auto out = discovery::evaluateSelfRelease(release(qlonglong(120), QStringLiteral("m"), {{sig, QStringLiteral("m-sig")}}),
-                                                    release(qlonglong(125), QStringLiteral("b"), {{sig, QStringLiteral("b-sig")}}),
-                                                    own, system_);
-    ASSERT_EQ(out.verdict, SelfVerdict::Update);
-    EXPECT_TRUE(out.betaChosen);
-    const QVariantMap& rec = out.record;
-    EXPECT_EQ(rec.value(record::kNewVersion).toLongLong(), 125);
-    EXPECT_EQ(rec.value(record::kTitle).toString(), QStringLiteral("Velmora Software Update b-string"));
-    EXPECT_EQ(rec.value(record::kOldVersion), QVariant(QStringLiteral("120")));
-    EXPECT_EQ(rec.value(record::kGroupId), QVariant(own.bundleID));
-    EXPECT_EQ(rec.value(record::kType), QVariant(record::kTypeSelf));
-    EXPECT_FALSE(rec.contains(record::kPageUrl));
-    EXPECT_FALSE(rec.contains(record::kServerChecksum));
-    EXPECT_EQ(rec.value(record::kEdSignature), QVariant(QStringLiteral("b-sig"))) << "the chosen release's signature";
-
-    const auto manual = discovery::evaluateSelfRelease(
-        release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("manualInstallOnly"), QStringLiteral("YES")},
-                                                      {QStringLiteral("checksum"), QStringLiteral("c")},
-                                                      {QStringLiteral("minOS"), QStringLiteral("11.0")}}),
-        std::nullopt, own, system_);
-    ASSERT_EQ(manual.verdict, SelfVerdict::Update);
-    EXPECT_FALSE(manual.betaChosen);
-    EXPECT_EQ(manual.record.value(record::kSelected).toInt(), 0);
-    EXPECT_EQ(manual.record.value(record::kServerChecksum), QVariant(QStringLiteral("c")));
-    EXPECT_FALSE(manual.record.contains(record::kEdSignature));
-    const auto blocked = discovery::evaluateSelfRelease(
-        release(qlonglong(130), QStringLiteral("m"), {{QStringLiteral("minOS"), QStringLiteral("13.10.0")}}), std::nullopt,
-        own, system_);
-    EXPECT_EQ(blocked.verdict, SelfVerdict::NeedsNewerOS);
-    EXPECT_EQ(blocked.requiredOS, QStringLiteral("13.10.0"));
-    EXPECT_TRUE(blocked.record.isEmpty());
 }

@@ -1,5 +1,7 @@
-// The installation pass with a recording interface (what the user sees, in order) and the
-// human-readable size.
+// The installation pass and the installers' early exits with a window, through a recording
+// interface (what the user sees, in order): paid upgrades asked first, a failed download
+// shown while the pass goes on, a cancelled pass, a download that is not there, a record whose
+// address is not text; and the human-readable size.
 #include "AppController.h"
 #include "UpdateRecord.h"
 
@@ -16,30 +18,6 @@
 #include <thread>
 
 namespace {
-
-struct SizeCase {
-    double bytes;
-    const char* text;
-};
-
-class FormatFileSizeTest : public ::testing::TestWithParam<SizeCase> {};
-
-TEST_P(FormatFileSizeTest, UnitBoundariesAreStrict)
-{
-    EXPECT_EQ(AppController::formatFileSize(GetParam().bytes), QString::fromUtf8(GetParam().text));
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, FormatFileSizeTest, ::testing::Values(
-    SizeCase{0, "0.000000 B"},
-    SizeCase{512, "512.000000 B"},
-    SizeCase{1023.9, "1023.000000 B"}, // rounded down, and still below the KB boundary
-    SizeCase{1024, "1.00 KB"},
-    SizeCase{1536, "1.50 KB"},
-    SizeCase{1048575, "1024.00 KB"},
-    SizeCase{1048576, "1.0 MB"},
-    SizeCase{1073741823, "1024.0 MB"},
-    SizeCase{1073741824, "1.00 GB"},
-    SizeCase{5.5 * 1073741824.0, "5.50 GB"}));
 
 class InstallPassTest : public ::testing::Test {
 protected:
@@ -79,26 +57,36 @@ protected:
         loop.exec();
         worker.join();
     }
+    void runEachInstaller(const UpdateRecord& record)
+    {
+        controller_->installSparkleApp(record);
+        controller_->installGroupApp(record, true);
+        controller_->installSelfUpdate(record);
+    }
 
     vltest::LogFixture log_;
     vltest::RecordingUserInterface* ui_ = nullptr; // owned by the controller
     std::unique_ptr<AppController> controller_;
 };
 
-TEST_F(InstallPassTest, NothingSelectedShowsAndClosesThePanelAndOnlyRefreshes)
+const UpdateRecord kTessel{{record::kTitle, QStringLiteral("Tessel 2.0")}, {record::kUrl, QStringLiteral("https://example.com/files/Tessel.dmg")},
+                           {record::kPath, QStringLiteral("/Applications/Tessel.app")}};
+
+TEST(FormatFileSize, EachUnitHasItsOwnFormatAndStrictBoundaries)
 {
-    controller_->dataArray = {item(QStringLiteral("A"), 0, false), item(QStringLiteral("B"), 0, true)};
-    runPassOnWorker();
-    EXPECT_EQ(ui_->calls(), (QStringList{"showInstallProgress", "endProgress", "reloadTableView"}));
-    EXPECT_TRUE(QDir(controller_->downloadPath).exists());
+    const QList<QPair<double, const char*>> sizes = {
+        {1023.9, "1023.000000 B"}, // rounded down, and still below the KB boundary
+        {1048575, "1024.00 KB"}, {1048576, "1.0 MB"}, {5.5 * 1073741824.0, "5.50 GB"}};
+    for (const auto& [bytes, text] : sizes)
+        EXPECT_EQ(AppController::formatFileSize(bytes), QString::fromLatin1(text));
 }
 
 TEST_F(InstallPassTest, EveryPaidUpgradeIsAskedFirstAndDecliningDeselectsIt)
 {
     ui_->sheetAnswer = 0;
-    controller_->dataArray = {item(QStringLiteral("A"), 1, true), item(QStringLiteral("B"), 0, true),
-                              item(QStringLiteral("C"), 1, true)};
+    controller_->dataArray = {item(QStringLiteral("A"), 1, true), item(QStringLiteral("B"), 0, true), item(QStringLiteral("C"), 1, true)};
     runPassOnWorker();
+    // Nothing is left selected: the panel only shows and closes, and the list is refreshed.
     EXPECT_EQ(ui_->calls(), (QStringList{"sheet:A is a paid upgrade. Are you sure you wish to install it?", "reloadTableView",
                                          "sheet:C is a paid upgrade. Are you sure you wish to install it?", "reloadTableView",
                                          "showInstallProgress", "endProgress", "reloadTableView"}));
@@ -112,34 +100,43 @@ TEST_F(InstallPassTest, AFailedDownloadIsShownAndThePassGoesOn)
     ASSERT_TRUE(server.start()) << server.errorString().toStdString();
     log_.environment().set("VELMORA_CA_FILE", server.caFile());
     ASSERT_TRUE(server.setRoutes(QJsonObject{{"/missing.dmg", QJsonObject{{"status", 404}}}}));
-    controller_->dataArray = {item(QStringLiteral("A"), 1, false, server.url(QStringLiteral("/missing.dmg"))),
-                              item(QStringLiteral("B"), 0, false)};
+    controller_->dataArray = {item(QStringLiteral("A"), 1, false, server.url(QStringLiteral("/missing.dmg"))), item(QStringLiteral("B"), 0, false)};
     runPassOnWorker();
     const QStringList calls = ui_->calls();
-    ASSERT_GE(calls.size(), 6);
-    EXPECT_EQ(calls.mid(0, 4), (QStringList{"showInstallProgress", "status:Downloading A...", "startInstallProgress",
-                                             "alertPanel:Download failed."}));
+    EXPECT_EQ(calls.mid(0, 4), (QStringList{"showInstallProgress", "status:Downloading A...", "startInstallProgress", "alertPanel:Download failed."}));
     EXPECT_TRUE(calls.contains(QStringLiteral("endProgress")));
     EXPECT_EQ(server.requestedPaths(), QStringList{QStringLiteral("/missing.dmg")});
 }
 
-TEST_F(InstallPassTest, ALinkedDownloadFolderIsRefusedAndTheItemFailsAsADownloadDoes)
+TEST_F(InstallPassTest, EachInstallerClosesACancelledPassAndReportsAMissingDownloadInItsOwnWords)
 {
-    vltest::TestServer server;
-    ASSERT_TRUE(server.start()) << server.errorString().toStdString();
-    log_.environment().set("VELMORA_CA_FILE", server.caFile());
-    const QString elsewhere = log_.path(QStringLiteral("elsewhere"));
-    ASSERT_TRUE(QDir().mkpath(elsewhere));
-    ASSERT_TRUE(QFile::link(elsewhere, controller_->downloadPath));
-    controller_->dataArray = {item(QStringLiteral("A"), 1, false, server.url(QStringLiteral("/A.dmg")))};
-    runPassOnWorker();
-    const QString folder = controller_->downloadPath;
-    EXPECT_EQ(ui_->calls().mid(0, 5),
-              (QStringList{"showInstallProgress", "alertPanel:Unable to create temp directory at " + folder + ".",
-                           "status:Downloading A...", "startInstallProgress", "alertPanel:Download failed."}));
-    EXPECT_TRUE(server.requestedPaths().isEmpty());
-    EXPECT_TRUE(QDir(elsewhere).isEmpty());
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("The folder %1 is a symbolic link.").arg(folder)));
+    controller_->updateCancelled = true;
+    runEachInstaller(kTessel);
+    EXPECT_EQ(ui_->calls(), (QStringList{"endProgress", "endProgress", "endProgress"}));
+
+    controller_->updateCancelled = false;
+    runEachInstaller(kTessel);
+    const QString title = QStringLiteral("alertPanel:Unable to install Tessel 2.0");
+    EXPECT_EQ(ui_->calls().mid(3), (QStringList{"status:Installing Tessel 2.0...", "startInstallProgress", title,
+                                                "status:Installing Tessel 2.0...", "startInstallProgress", title,
+                                                "status:Installing Tessel 2.0...", "startInstallProgress", title}));
+    EXPECT_FALSE(vltest::LogFixture::logText().contains(QStringLiteral("Mounting disk image...")));
+}
+
+TEST_F(InstallPassTest, AnAddressThatIsNotTextIsLoggedAsAnExceptionAndTheRunGoesOn)
+{
+    UpdateRecord malformed = kTessel;
+    malformed.insert(record::kUrl, QVariantList{QStringLiteral("https://example.com/files/Tessel.dmg")});
+    controller_->startDownloadForObject(malformed);
+    runEachInstaller(malformed);
+    const QString log = vltest::LogFixture::logText();
+    for (const char* method : {"startDownloadForObject:", "installSparkleApp:", "installGroupApp:autoInstall:", "installSelfUpdate:"}) {
+        EXPECT_TRUE(log.contains(QStringLiteral("Exception in -[AppController %1]. NSInvalidArgumentException - "
+                                                "-[__NSArrayM lastPathComponent]: unrecognized selector sent to instance.")
+                                     .arg(QLatin1String(method))))
+            << method;
+    }
+    EXPECT_EQ(controller_->downloader, nullptr);
 }
 
 } // namespace

@@ -1,3 +1,5 @@
+// The transfer-encoding decoders: the data fork comes through whatever the chunking, and
+// anything that is not the format (or is damaged or cut short) is refused with an error.
 #include "install/BinHexDecoder.h"
 #include "install/MacBinaryDecoder.h"
 #include "install/SourceDecoder.h"
@@ -10,20 +12,22 @@
 
 namespace {
 
-using install::BinHexDecoder;
-using install::MacBinaryDecoder;
-using install::SourceDecoder;
-
-// Feeds `input` in chunks of `chunk` bytes; nullopt when the decoder refused it.
-std::optional<QByteArray> decodeInChunks(SourceDecoder& d, const QByteArray& input, qsizetype chunk)
+// Decodes `input` fed in chunks of `chunk` bytes; nullopt (with an error) when refused.
+template <typename Decoder>
+std::optional<QByteArray> decode(const QByteArray& input, qsizetype chunk)
 {
+    Decoder d;
     QByteArray out;
     for (qsizetype i = 0; i < input.size(); i += chunk) {
-        if (!d.feed(QByteArrayView(input).sliced(i, std::min(chunk, input.size() - i)), out))
+        if (!d.feed(QByteArrayView(input).sliced(i, std::min(chunk, input.size() - i)), out)) {
+            EXPECT_FALSE(d.error().isEmpty());
             return std::nullopt;
+        }
     }
-    if (!d.finish())
+    if (!d.finish()) {
+        EXPECT_FALSE(d.error().isEmpty());
         return std::nullopt;
+    }
     return out;
 }
 
@@ -35,41 +39,29 @@ QByteArray randomBytes(qsizetype n)
     return b;
 }
 
-TEST(Crc16, KnownCheckValue)
-{
-    EXPECT_EQ(install::crc16Ccitt("123456789"), 0x31C3);
-}
-
 TEST(SourceDecoding, OnlyMacBinaryAndBinHexAreDecoded)
 {
-    EXPECT_TRUE(install::shouldDecodeSourceDataOfMIMEType(QStringLiteral("application/macbinary")));
-    EXPECT_TRUE(install::shouldDecodeSourceDataOfMIMEType(QStringLiteral("application/binhex")));
-    EXPECT_FALSE(install::shouldDecodeSourceDataOfMIMEType(QStringLiteral("application/gzip")));
+    for (const char* type : {"application/macbinary", "application/binhex"})
+        EXPECT_TRUE(install::shouldDecodeSourceDataOfMIMEType(QString::fromLatin1(type))) << type;
     EXPECT_FALSE(install::shouldDecodeSourceDataOfMIMEType(QStringLiteral("application/octet-stream")));
-    EXPECT_EQ(install::decoderForMIMEType(QStringLiteral("application/gzip")), nullptr);
 }
 
-TEST(MacBinary, DataForkSurvivesAnyChunking)
+TEST(SourceDecoding, TheDataForkSurvivesAnyChunking)
 {
     const QByteArray data = randomBytes(70000);
-    const QByteArray rsrc = randomBytes(300);
-    for (const bool crc : {true, false}) {
-        for (const qsizetype chunk : {qsizetype(1), qsizetype(127), qsizetype(129), qsizetype(65536)}) {
-            MacBinaryDecoder d;
-            EXPECT_EQ(decodeInChunks(d, vltest::encodeMacBinary(data, rsrc, crc), chunk), data) << "crc " << crc << " chunk " << chunk;
-        }
+    for (const qsizetype chunk : {qsizetype(1), qsizetype(129), qsizetype(65536)}) {
+        for (const bool crc : {true, false})
+            EXPECT_EQ(decode<install::MacBinaryDecoder>(vltest::encodeMacBinary(data, randomBytes(300), crc), chunk), data) << chunk;
+        // Long runs split over several repeats, and the run marker byte itself.
+        const QByteArray runs = data.left(5000) + QByteArray(700, 'A') + QByteArray(5, char(0x90)) + QByteArray("\x90\x01\x90", 3);
+        EXPECT_EQ(decode<install::BinHexDecoder>(vltest::encodeBinHex(runs, randomBytes(100)), chunk), runs) << chunk;
     }
+    EXPECT_EQ(decode<install::MacBinaryDecoder>(vltest::encodeMacBinary("payload", {}, true, 200), 50), QByteArray("payload"));
+    EXPECT_EQ(decode<install::MacBinaryDecoder>(vltest::encodeMacBinary({}, "rsrc"), 1000), QByteArray());
+    EXPECT_EQ(decode<install::BinHexDecoder>(vltest::encodeBinHex({}, {}), 7), QByteArray());
 }
 
-TEST(MacBinary, SecondaryHeaderAndEmptyForkAreHandled)
-{
-    MacBinaryDecoder withSecondary;
-    EXPECT_EQ(decodeInChunks(withSecondary, vltest::encodeMacBinary("payload", {}, true, 200), 50), QByteArray("payload"));
-    MacBinaryDecoder empty;
-    EXPECT_EQ(decodeInChunks(empty, vltest::encodeMacBinary({}, "rsrc"), 1000), QByteArray());
-}
-
-TEST(MacBinary, RejectsWhatIsNotMacBinary)
+TEST(SourceDecoding, WhatIsNotTheFormatOrIsDamagedIsRefused)
 {
     const QByteArray good = vltest::encodeMacBinary("payload", {});
     QByteArray damagedCrc = good;
@@ -78,44 +70,15 @@ TEST(MacBinary, RejectsWhatIsNotMacBinary)
     notZero[0] = 1;
     QByteArray noName = vltest::encodeMacBinary("payload", {}, false);
     noName[1] = 0;
-    const QByteArray truncated = good.left(128 + 3);
-    for (const QByteArray& input : {damagedCrc, notZero, noName, truncated, QByteArray("short"),
-                                    QByteArray("<html>not found</html>").leftJustified(300, ' ')}) {
-        MacBinaryDecoder d;
-        EXPECT_FALSE(decodeInChunks(d, input, 64).has_value());
-        EXPECT_FALSE(d.error().isEmpty());
-    }
-}
+    for (const QByteArray& input : {damagedCrc, notZero, noName, good.left(128 + 3), QByteArray("<html>not found</html>").leftJustified(300, ' ')})
+        EXPECT_FALSE(decode<install::MacBinaryDecoder>(input, 64).has_value());
 
-TEST(BinHex, DataForkSurvivesRunsMarkersAndChunking)
-{
-    QByteArray data = randomBytes(5000);
-    data += QByteArray(700, 'A');           // long runs, split over several repeats
-    data += QByteArray(5, char(0x90));      // the marker byte itself, repeated
-    data += QByteArray("\x90\x01\x90", 3);
-    const QByteArray rsrc = randomBytes(100);
-    for (const qsizetype chunk : {qsizetype(1), qsizetype(3), qsizetype(65), qsizetype(100000)}) {
-        BinHexDecoder d;
-        EXPECT_EQ(decodeInChunks(d, vltest::encodeBinHex(data, rsrc), chunk), data) << "chunk " << chunk;
-    }
-    BinHexDecoder empty;
-    EXPECT_EQ(decodeInChunks(empty, vltest::encodeBinHex({}, {}), 7), QByteArray());
-}
-
-TEST(BinHex, RejectsDamageAndTruncation)
-{
-    const QByteArray good = vltest::encodeBinHex(randomBytes(2000), {});
-    const qsizetype start = good.indexOf('\n', good.indexOf(':'));
-    ASSERT_GT(start, 0);
-    QByteArray badChar = good;
-    badChar[start + 5] = '~';
-    QByteArray truncated = good.left(good.size() / 2) + ":";
-    for (const QByteArray& input : {vltest::encodeBinHex("abcdef", {}, true), badChar, truncated, good.left(good.size() / 2),
-                                    QByteArray("no colon anywhere")}) {
-        BinHexDecoder d;
-        EXPECT_FALSE(decodeInChunks(d, input, 16).has_value());
-        EXPECT_FALSE(d.error().isEmpty());
-    }
+    const QByteArray hqx = vltest::encodeBinHex(randomBytes(2000), {});
+    QByteArray badChar = hqx;
+    badChar[hqx.indexOf('\n', hqx.indexOf(':')) + 5] = '~';
+    for (const QByteArray& input : {vltest::encodeBinHex("abcdef", {}, true), badChar, hqx.left(hqx.size() / 2) + ":", hqx.left(hqx.size() / 2),
+                                    QByteArray("no colon anywhere")})
+        EXPECT_FALSE(decode<install::BinHexDecoder>(input, 16).has_value());
 }
 
 } // namespace

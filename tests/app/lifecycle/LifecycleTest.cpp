@@ -1,80 +1,75 @@
-// The controller's initialisers and preference rules.
+// The controller's initialisers, the start-up box rule, where "-forceIDs" and "-install
+// sparkle" find their values.
 
 #include "AppController.h"
 #include "lifecycle/PreferenceKeys.h"
 #include "lifecycle/RunModes.h"
 #include "platform/system/UserDefaults.h"
 
-#include <QTemporaryDir>
-#include <gtest/gtest.h>
+#include "support/FixturePlist.h"
+#include "support/LogFixture.h"
 
-#include <cstdlib>
+#include <QDir>
+#include <QFile>
+#include <gtest/gtest.h>
 
 namespace {
 
-class LifecycleTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(dir_.isValid());
-        oldHome_ = qgetenv("HOME");
-        oldTmp_ = qgetenv("TMPDIR");
-        qputenv("HOME", dir_.filePath(QStringLiteral("home")).toUtf8());
-        qputenv("TMPDIR", dir_.filePath(QStringLiteral("tmp")).toUtf8());
-        sys::UserDefaults::standard().setArguments({});
-    }
-    void TearDown() override
-    {
-        qputenv("HOME", oldHome_);
-        qputenv("TMPDIR", oldTmp_);
-    }
-    QTemporaryDir dir_;
-    QByteArray oldHome_;
-    QByteArray oldTmp_;
-};
-
-TEST_F(LifecycleTest, OnlyTheWindowedInitialiserRegistersDefaults)
+TEST(Lifecycle, OnlyTheWindowedInitialiserRegistersDefaults)
 {
-    auto windowless = AppController::initWithoutGUI();
-    EXPECT_FALSE(windowless->hasGUI);
-    EXPECT_EQ(sys::UserDefaults::standard().integerForKey(prefs::kAutoQuit), 0);
-    EXPECT_EQ(sys::UserDefaults::standard().integerForKey(prefs::kAutoUpdateCheck), 0);
-    windowless.reset();
-
-    auto windowed = AppController::init();
-    EXPECT_TRUE(windowed->hasGUI);
-    EXPECT_EQ(sys::UserDefaults::standard().integerForKey(prefs::kAutoQuit), 1);
-    EXPECT_EQ(sys::UserDefaults::standard().integerForKey(prefs::kAutoUpdateCheck), 1);
-    EXPECT_EQ(sys::UserDefaults::standard().integerForKey(prefs::kShowBetaUpdates), 0);
+    vltest::LogFixture log; // first in this executable: no defaults are registered before it
+    log.environment().set("TMPDIR", log.path(QStringLiteral("tmp")));
+    sys::UserDefaults& defaults = sys::UserDefaults::standard();
+    EXPECT_FALSE(AppController::initWithoutGUI()->hasGUI);
+    EXPECT_EQ(defaults.integerForKey(prefs::kAutoQuit) + defaults.integerForKey(prefs::kAutoUpdateCheck), 0);
+    EXPECT_TRUE(AppController::init()->hasGUI);
+    EXPECT_EQ(defaults.integerForKey(prefs::kAutoQuit), 1);
+    EXPECT_EQ(defaults.integerForKey(prefs::kAutoUpdateCheck), 1);
 }
 
-TEST_F(LifecycleTest, DownloadFolderLiesInTheTemporaryFolderAndChecksRunFourAtATime)
+TEST(Lifecycle, OnlyAStoredNumberNoUnticksTheStartupBox)
 {
-    auto controller = AppController::initWithoutGUI();
-    EXPECT_EQ(controller->downloadPath, dir_.filePath(QStringLiteral("tmp/Velmora Update Temp")));
-    EXPECT_EQ(controller->updateQueue.maxThreadCount(), 4);
-    controller->cancelUpdateCheck();
-    EXPECT_TRUE(controller->updateCancelled);
+    EXPECT_TRUE(prefs::checkAtStartupEnabled({}));
+    EXPECT_FALSE(prefs::checkAtStartupEnabled({{prefs::kCheckAtStartup, 0}}));
+    EXPECT_TRUE(prefs::checkAtStartupEnabled({{prefs::kCheckAtStartup, QStringLiteral("NO")}}));
 }
 
-TEST(PreferenceRules, StartupBoxIsUntickedOnlyForAStoredNo)
+TEST(Lifecycle, ForcedIdentifiersFollowTheSwitchAndAreAbsentWhenItIsLast)
 {
-    using prefs::checkAtStartupEnabled;
-    EXPECT_TRUE(checkAtStartupEnabled({}));
-    EXPECT_FALSE(checkAtStartupEnabled({{prefs::kCheckAtStartup, false}}));
-    EXPECT_FALSE(checkAtStartupEnabled({{prefs::kCheckAtStartup, 0}}));
-    EXPECT_TRUE(checkAtStartupEnabled({{prefs::kCheckAtStartup, true}}));
-    EXPECT_TRUE(checkAtStartupEnabled({{prefs::kCheckAtStartup, QStringLiteral("NO")}}));
-}
-
-TEST(ForcedIdentifiers, FollowTheSwitchAndAreAbsentWhenItIsLast)
-{
-    using runmodes::forcedIdentifiers;
     const QString s = QStringLiteral("-forceIDs");
-    EXPECT_EQ(forcedIdentifiers({QStringLiteral("x"), QStringLiteral("-list"), s, QStringLiteral("a,b")}),
+    EXPECT_EQ(runmodes::forcedIdentifiers({QStringLiteral("x"), QStringLiteral("-list"), s, QStringLiteral("a,b")}),
               (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
-    EXPECT_FALSE(forcedIdentifiers({QStringLiteral("x"), QStringLiteral("-list"), s}).has_value());
-    EXPECT_FALSE(forcedIdentifiers({QStringLiteral("x"), QStringLiteral("-list")}).has_value());
+    EXPECT_FALSE(runmodes::forcedIdentifiers({QStringLiteral("x"), QStringLiteral("-list"), s}).has_value());
+}
+
+TEST(Lifecycle, TheInstallFeedComesFromInfoThenEachDescriptorThatHasIt)
+{
+    const QVariantMap noFeed{{QStringLiteral("VLGroupID"), QStringLiteral("grp")}};
+    const auto feed = [](const char* url) { return QVariantMap{{QStringLiteral("SUFeedURL"), QString::fromUtf8(url)}}; };
+    struct Case {
+        QVariantMap info;
+        std::optional<QVariantMap> resources; // Contents/Resources/VLUpdates.plist, absent when nullopt
+        std::optional<QVariantMap> contents;  // Contents/VLUpdates.plist
+        const char* expected;
+    };
+    const Case cases[] = {
+        {feed("info"), feed("resources"), feed("contents"), "info"},
+        {noFeed, feed("resources"), feed("contents"), "resources"},
+        {noFeed, noFeed, feed("contents"), "contents"},
+        {noFeed, std::nullopt, feed("contents"), "contents"},
+        {noFeed, noFeed, noFeed, ""},
+    };
+    for (const Case& c : cases) {
+        QTemporaryDir dir;
+        const QString app = dir.filePath(QStringLiteral("Tessel.app"));
+        ASSERT_TRUE(QDir().mkpath(app + QStringLiteral("/Contents/Resources")));
+        for (const auto& [relative, descriptor] : {std::pair{"/Contents/Resources/VLUpdates.plist", c.resources},
+                                                   std::pair{"/Contents/VLUpdates.plist", c.contents}}) {
+            QFile file(app + QString::fromLatin1(relative));
+            ASSERT_TRUE(!descriptor || (file.open(QIODevice::WriteOnly) && file.write(vltest::fixturePlistXml(*descriptor)) > 0));
+        }
+        EXPECT_EQ(runmodes::installFeedOf(app, c.info), QString::fromUtf8(c.expected)) << c.expected;
+    }
 }
 
 } // namespace
