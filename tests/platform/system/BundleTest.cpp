@@ -1,10 +1,9 @@
+// Bundles read from disk, the main bundle's place, and the bundle cache: only bundles opened by
+// path are found by identifier, as the platform does.
 #include "platform/system/Bundle.h"
-#include "support/FixturePlist.h"
+#include "support/Sandbox.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -12,106 +11,73 @@
 
 namespace {
 
-bool writeFile(const QString& path, const QByteArray& data)
-{
-    QDir().mkpath(path.section(QLatin1Char('/'), 0, -2));
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
-
 TEST(Bundle, OnlyExistingFoldersAreBundlesAndInfoIsOptional)
 {
-    QTemporaryDir dir;
-    const QString app = dir.path() + QStringLiteral("/Tessel.app");
-    ASSERT_TRUE(writeFile(app + QStringLiteral("/Contents/Info.plist"),
-                          vltest::fixturePlistXml(QVariantMap{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.velmora.Tessel")},
-                                                              {QStringLiteral("CFBundleExecutable"), QStringLiteral("Tessel")},
-                                                              {QStringLiteral("CFBundleVersion"), QStringLiteral("120")}})));
-    ASSERT_TRUE(writeFile(dir.path() + QStringLiteral("/file.app"), "x"));
-    QDir().mkpath(dir.path() + QStringLiteral("/Empty.app"));
+    vltest::Sandbox box;
+    const QString app = box.createBundle({.path = box.tmpPath(QStringLiteral("Tessel.app")), .identifier = QStringLiteral("com.velmora.Tessel"),
+                                          .version = QStringLiteral("120")});
+    ASSERT_FALSE(app.isEmpty());
+    ASSERT_TRUE(box.writeFile(box.tmpPath(QStringLiteral("file.app")), "x"));
+    ASSERT_TRUE(box.writeFile(box.tmpPath(QStringLiteral("Broken.app/Contents/Info.plist")), "<plist><dict><key>"));
+    ASSERT_TRUE(box.makeDir(box.tmpPath(QStringLiteral("Empty.app"))));
 
-    EXPECT_FALSE(sys::Bundle::bundleWithPath(QString()).has_value());
-    EXPECT_FALSE(sys::Bundle::bundleWithPath(dir.path() + QStringLiteral("/missing.app")).has_value());
-    EXPECT_FALSE(sys::Bundle::bundleWithPath(dir.path() + QStringLiteral("/file.app")).has_value());
-
-    const auto empty = sys::Bundle::bundleWithPath(dir.path() + QStringLiteral("/Empty.app"));
-    ASSERT_TRUE(empty.has_value());
-    EXPECT_FALSE(empty->hasInfoDictionary());
-    EXPECT_FALSE(empty->bundleIdentifier().has_value());
-    EXPECT_FALSE(empty->executablePath().has_value());
-
+    for (const QString& refused : {QString(), box.tmpPath(QStringLiteral("missing.app")), box.tmpPath(QStringLiteral("file.app"))})
+        EXPECT_FALSE(sys::Bundle::bundleWithPath(refused).has_value()) << refused.toStdString();
+    for (const char* bare : {"Empty.app", "Broken.app"}) {
+        const auto bundle = sys::Bundle::bundleWithPath(box.tmpPath(QLatin1String(bare)));
+        ASSERT_TRUE(bundle.has_value()) << bare;
+        EXPECT_FALSE(bundle->hasInfoDictionary()) << bare;
+        EXPECT_TRUE(bundle->infoDictionary().isEmpty()) << bare;
+        EXPECT_FALSE(bundle->bundleIdentifier().has_value()) << bare;
+        EXPECT_FALSE(bundle->executablePath().has_value()) << bare;
+    }
     const auto tessel = sys::Bundle::bundleWithPath(app + QStringLiteral("/"));
     ASSERT_TRUE(tessel.has_value());
     EXPECT_EQ(tessel->bundlePath(), app) << "trailing slash dropped";
     EXPECT_EQ(tessel->bundleIdentifier(), QStringLiteral("com.velmora.Tessel"));
     EXPECT_EQ(tessel->executablePath(), app + QStringLiteral("/Contents/MacOS/Tessel"));
-    EXPECT_EQ(tessel->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion")).toString(), QStringLiteral("120"));
+    EXPECT_EQ(tessel->objectForInfoDictionaryKey(QStringLiteral("CFBundleVersion")), QVariant(QStringLiteral("120")));
     EXPECT_EQ(tessel->resourcePath(), app + QStringLiteral("/Contents/Resources"));
-}
-
-TEST(Bundle, UnreadableInfoGivesAnEmptyDictionary)
-{
-    QTemporaryDir dir;
-    const QString app = dir.path() + QStringLiteral("/Broken.app");
-    ASSERT_TRUE(writeFile(app + QStringLiteral("/Contents/Info.plist"), "<plist><dict><key>"));
-    const auto bundle = sys::Bundle::bundleWithPath(app);
-    ASSERT_TRUE(bundle.has_value());
-    EXPECT_FALSE(bundle->hasInfoDictionary());
-    EXPECT_TRUE(bundle->infoDictionary().isEmpty());
 }
 
 TEST(Bundle, MainBundleComesFromTheExecutablesPlace)
 {
-    struct Case {
-        const char* executable;
-        const char* bundle;
-    };
-    const Case cases[] = {
-        {"/Applications/Velmora Software Update.app/Contents/MacOS/SoftwareUpdate", "/Applications/Velmora Software Update.app"},
-        {"/opt/x/Helper.bundle/Contents/MacOS/h", "/opt/x/Helper.bundle"},
-        {"/usr/local/bin/tool", "/usr/local/bin"},
-        {"/a/Contents/MacOS/../MacOS/run", "/a"},
-        {"/Contents/MacOS/run", "/Contents/MacOS"},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(sys::Bundle::bundlePathForExecutable(QString::fromUtf8(c.executable)), QString::fromUtf8(c.bundle))
-            << c.executable;
-    }
-    // The test executable itself is not inside a bundle: its folder is the main bundle.
+    for (const auto& [executable, bundle] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"/Applications/Velmora Software Update.app/Contents/MacOS/SoftwareUpdate", "/Applications/Velmora Software Update.app"},
+             {"/usr/local/bin/tool", "/usr/local/bin"},
+             {"/a/Contents/MacOS/../MacOS/run", "/a"},
+             {"/Contents/MacOS/run", "/Contents/MacOS"}})
+        EXPECT_EQ(sys::Bundle::bundlePathForExecutable(QString::fromUtf8(executable)), QString::fromUtf8(bundle)) << executable;
+    // The test executable is not inside a bundle: its folder is the main bundle.
     EXPECT_EQ(sys::Bundle::mainBundle().bundlePath(), QCoreApplication::applicationDirPath());
 }
 
-// Only bundles opened by path are found by identifier, also when the update checks open
-// them on several threads at once; reading a bundle to describe it does not open it.
+// Also when the update checks open bundles on several threads at once.
 TEST(Bundle, OnlyBundlesOpenedByPathAreFoundByIdentifier)
 {
-    QTemporaryDir dir;
+    vltest::Sandbox box;
     const auto make = [&](const QString& name) {
-        const QString path = dir.path() + QLatin1Char('/') + name + QStringLiteral(".app");
-        const QVariantMap info{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.velmora.cache.") + name}};
-        EXPECT_TRUE(writeFile(path + QStringLiteral("/Contents/Info.plist"), vltest::fixturePlistXml(info)));
-        return path;
+        return box.createBundle({.path = box.tmpPath(name + QStringLiteral(".app")), .identifier = QStringLiteral("com.velmora.cache.") + name});
     };
-    const QString described = make(QStringLiteral("Described"));
-    ASSERT_TRUE(sys::Bundle::readWithoutOpening(described).has_value());
+    ASSERT_TRUE(sys::Bundle::readWithoutOpening(make(QStringLiteral("Described"))).has_value());
     EXPECT_FALSE(sys::Bundle::bundleWithIdentifier(QStringLiteral("com.velmora.cache.Described")).has_value());
     EXPECT_FALSE(sys::Bundle::bundleWithIdentifier(QString()).has_value());
 
     std::vector<QString> paths;
-    for (int i = 0; i < 4; ++i)
-        paths.push_back(make(QStringLiteral("Checked%1").arg(i)));
     std::vector<std::thread> checks;
-    for (const QString& path : paths)
-        checks.emplace_back([path] {
+    for (int i = 0; i < 4; ++i) {
+        paths.push_back(make(QStringLiteral("Checked%1").arg(i)));
+        checks.emplace_back([path = paths.back()] {
             for (int round = 0; round < 50; ++round)
                 EXPECT_TRUE(sys::Bundle::bundleWithPath(path).has_value());
         });
+    }
     for (std::thread& check : checks)
         check.join();
     for (int i = 0; i < 4; ++i) {
         const auto found = sys::Bundle::bundleWithIdentifier(QStringLiteral("com.velmora.cache.Checked%1").arg(i));
         ASSERT_TRUE(found.has_value()) << i;
-        EXPECT_EQ(found->bundlePath(), paths[i]);
+        EXPECT_EQ(found->bundlePath(), paths[size_t(i)]);
     }
 }
 

@@ -1,48 +1,15 @@
+// The process table as applications: bundles found by their running executables, and the
+// polite quit reaching only the bundle asked for. The fake applications run a copy of sleep.
 #include "platform/system/ProcessList.h"
 #include "support/ChildProcess.h"
-#include "support/FixturePlist.h"
+#include "support/Sandbox.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
-#include <QTemporaryDir>
-#include <QThread>
+#include <QFileInfo>
 #include <gtest/gtest.h>
 
 namespace {
-
-// A fake application: /bin/sleep copied into <name>.app/Contents/MacOS/.
-class FakeApplication {
-public:
-    FakeApplication(const QString& folder, const QString& name, const QVariantMap& info)
-        : path_(folder + QLatin1Char('/') + name + QStringLiteral(".app")),
-          executable_(path_ + QStringLiteral("/Contents/MacOS/") + name)
-    {
-        QDir().mkpath(path_ + QStringLiteral("/Contents/MacOS"));
-        ok_ = QFile::exists(executable_) || QFile::copy(QStringLiteral("/bin/sleep"), executable_);
-        QFile(executable_).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        if (!info.isEmpty()) {
-            QFile file(path_ + QStringLiteral("/Contents/Info.plist"));
-            ok_ = ok_ && file.open(QIODevice::WriteOnly) && file.write(vltest::fixturePlistXml(info)) > 0;
-        }
-    }
-
-    bool start()
-    {
-        return ok_ && process_.start(executable_, {QStringLiteral("60")});
-    }
-
-    QString path() const { return path_; }
-    QString executable() const { return executable_; }
-    vltest::ChildProcess& process() { return process_; }
-
-private:
-    QString path_;
-    QString executable_;
-    bool ok_ = false;
-    vltest::ChildProcess process_;
-};
 
 std::optional<sys::RunningApplication> find(const QString& path)
 {
@@ -53,50 +20,54 @@ std::optional<sys::RunningApplication> find(const QString& path)
     return std::nullopt;
 }
 
-TEST(ProcessList, ListsBundleApplicationsWithNameIdentifierAndProcesses)
+class ProcessListTest : public ::testing::Test {
+protected:
+    // Starts the bundle's executable; a bundle without an identifier also loses its Info.plist.
+    bool start(vltest::ChildProcess& process, const QString& path, const QString& identifier = {}, const QString& name = {})
+    {
+        const QString app = box.createBundle({.path = path, .identifier = identifier, .extraInfo = {{QStringLiteral("CFBundleName"), name}}});
+        if (app.isEmpty() || (name.isEmpty() && !QFile::remove(app + QStringLiteral("/Contents/Info.plist"))))
+            return false;
+        return process.start(executable(app), {QStringLiteral("60")});
+    }
+    static QString executable(const QString& app) { return app + QStringLiteral("/Contents/MacOS/") + QFileInfo(app).completeBaseName(); }
+
+    vltest::Sandbox box;
+};
+
+TEST_F(ProcessListTest, ListsBundleApplicationsWithNameIdentifierAndProcesses)
 {
-    QTemporaryDir dir;
-    FakeApplication named(dir.path(), QStringLiteral("Tessel"),
-                          {{QStringLiteral("CFBundleName"), QStringLiteral("Tessel Pro")},
-                           {QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.velmora.Tessel")}});
-    FakeApplication bare(dir.path(), QStringLiteral("Bare"), {});
-    ASSERT_TRUE(named.start());
-    ASSERT_TRUE(bare.start());
-    FakeApplication second(dir.path(), QStringLiteral("Tessel"), {});
-    ASSERT_TRUE(second.start()) << "a second copy of the same bundle";
+    vltest::ChildProcess named, second, bare;
+    const QString tessel = box.tmpPath(QStringLiteral("Tessel.app"));
+    ASSERT_TRUE(start(named, tessel, QStringLiteral("com.velmora.Tessel"), QStringLiteral("Tessel Pro")));
+    ASSERT_TRUE(second.start(executable(tessel), {QStringLiteral("60")})) << "a second copy of the same bundle";
+    ASSERT_TRUE(start(bare, box.tmpPath(QStringLiteral("Bare.app"))));
 
-    const auto tessel = find(named.path());
-    ASSERT_TRUE(tessel.has_value());
-    EXPECT_EQ(tessel->name, QStringLiteral("Tessel Pro"));
-    EXPECT_EQ(tessel->identifier, QStringLiteral("com.velmora.Tessel"));
-    EXPECT_EQ(tessel->pids, (QList<pid_t>{named.process().pid(), second.process().pid()}));
-
-    const auto bareApp = find(bare.path());
+    const auto app = find(tessel);
+    ASSERT_TRUE(app.has_value());
+    EXPECT_EQ(app->name, QStringLiteral("Tessel Pro"));
+    EXPECT_EQ(app->identifier, QStringLiteral("com.velmora.Tessel"));
+    EXPECT_EQ(app->pids, (QList<pid_t>{named.pid(), second.pid()}));
+    const auto bareApp = find(box.tmpPath(QStringLiteral("Bare.app")));
     ASSERT_TRUE(bareApp.has_value());
-    EXPECT_EQ(bareApp->name, QStringLiteral("Bare"));
+    EXPECT_EQ(bareApp->name, QStringLiteral("Bare")) << "without Info.plist, the folder's name";
     EXPECT_EQ(bareApp->identifier, QString());
-
-    EXPECT_TRUE(sys::processExecutablePaths().contains(bare.executable()));
-    // This test binary is not inside a bundle, so it is no application.
-    EXPECT_FALSE(find(QCoreApplication::applicationDirPath()).has_value());
+    EXPECT_TRUE(sys::processExecutablePaths().contains(executable(box.tmpPath(QStringLiteral("Bare.app")))));
+    EXPECT_FALSE(find(QCoreApplication::applicationDirPath()).has_value()) << "this test is not inside a bundle";
 }
 
-TEST(ProcessList, TerminateReachesOnlyTheGivenBundle)
+TEST_F(ProcessListTest, TerminateReachesOnlyTheGivenBundle)
 {
-    QTemporaryDir dir;
-    FakeApplication target(dir.path(), QStringLiteral("Target"), {});
-    QTemporaryDir otherDir;
-    FakeApplication bystander(otherDir.path(), QStringLiteral("Target"), {});
-    ASSERT_TRUE(target.start());
-    ASSERT_TRUE(bystander.start());
-
-    EXPECT_EQ(sys::sendTerminate(dir.path() + QStringLiteral("/Nothing.app")), 0);
-    EXPECT_EQ(sys::sendTerminate(target.path()), 1);
-    ASSERT_TRUE(target.process().waitForFinished(5000));
-    EXPECT_TRUE(target.process().crashed()) << "ended by a signal";
-    EXPECT_TRUE(bystander.process().isRunning());
-    EXPECT_FALSE(find(target.path()).has_value());
-    EXPECT_TRUE(find(bystander.path()).has_value());
+    vltest::ChildProcess target, bystander;
+    ASSERT_TRUE(start(target, box.tmpPath(QStringLiteral("a/Target.app"))));
+    ASSERT_TRUE(start(bystander, box.tmpPath(QStringLiteral("b/Target.app"))));
+    EXPECT_EQ(sys::sendTerminate(box.tmpPath(QStringLiteral("a/Nothing.app"))), 0);
+    EXPECT_EQ(sys::sendTerminate(box.tmpPath(QStringLiteral("a/Target.app"))), 1);
+    ASSERT_TRUE(target.waitForFinished(5000));
+    EXPECT_TRUE(target.crashed()) << "ended by a signal";
+    EXPECT_TRUE(bystander.isRunning());
+    EXPECT_FALSE(find(box.tmpPath(QStringLiteral("a/Target.app"))).has_value());
+    EXPECT_TRUE(find(box.tmpPath(QStringLiteral("b/Target.app"))).has_value());
 }
 
 } // namespace

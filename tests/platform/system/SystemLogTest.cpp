@@ -1,3 +1,4 @@
+// The system log: one whole, stamped line on standard error per call, from any thread.
 #include "platform/system/SystemLog.h"
 
 #include <QCoreApplication>
@@ -7,60 +8,44 @@
 #include <QTemporaryFile>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
-// Sends standard error to a file for the lifetime of the object.
-class StandardErrorCapture {
-public:
-    StandardErrorCapture()
-    {
-        file_.open();
-        std::fflush(stderr);
-        saved_ = ::dup(STDERR_FILENO);
-        ::dup2(file_.handle(), STDERR_FILENO);
-    }
-    ~StandardErrorCapture() { restore(); }
-    QStringList lines()
-    {
-        restore();
-        QFile in(file_.fileName());
-        if (!in.open(QIODevice::ReadOnly))
-            return {};
-        return QString::fromUtf8(in.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    }
-
-private:
-    void restore()
-    {
-        if (saved_ < 0)
-            return;
-        std::fflush(stderr);
-        ::dup2(saved_, STDERR_FILENO);
-        ::close(saved_);
-        saved_ = -1;
-    }
-    QTemporaryFile file_;
-    int saved_ = -1;
-};
+// What `work` writes to standard error, one entry per line.
+QStringList standardErrorLines(const std::function<void()>& work)
+{
+    QTemporaryFile sink;
+    if (!sink.open())
+        return {QStringLiteral("<capture failed>")};
+    std::fflush(stderr);
+    const int saved = ::dup(STDERR_FILENO);
+    ::dup2(sink.handle(), STDERR_FILENO);
+    work();
+    std::fflush(stderr);
+    ::dup2(saved, STDERR_FILENO);
+    ::close(saved);
+    QFile written(sink.fileName());
+    return written.open(QIODevice::ReadOnly) ? QString::fromUtf8(written.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts) : QStringList();
+}
 
 TEST(SystemLog, OneWholeLinePerCallFromAnyThread)
 {
-    StandardErrorCapture capture;
-    sys::nsLog(QStringLiteral("Could not bring the application to front. Error %d"), -600);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 50; ++i)
-                sys::nsLog(QStringLiteral("thread %d line %d %@"), t, i, QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"));
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
-    const QStringList lines = capture.lines();
+    const QStringList lines = standardErrorLines([] {
+        sys::nsLog(QStringLiteral("Could not bring the application to front. Error %d"), -600);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([t] {
+                for (int i = 0; i < 50; ++i)
+                    sys::nsLog(QStringLiteral("thread %d line %d %@"), t, i, QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"));
+            });
+        }
+        for (auto& thread : threads)
+            thread.join();
+    });
     ASSERT_EQ(lines.size(), 201);
     const QRegularExpression shape(QStringLiteral(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )")
                                    + QRegularExpression::escape(QFileInfo(QCoreApplication::applicationFilePath()).fileName())

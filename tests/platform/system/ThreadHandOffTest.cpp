@@ -1,0 +1,74 @@
+// Handing work to other threads: to the main thread, waiting for it, and to a worker pool that
+// keeps the start order and its thread limit.
+#include "platform/system/MainThread.h"
+#include "platform/system/WorkerPool.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QThread>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <numeric>
+#include <thread>
+#include <vector>
+
+TEST(MainThread, WorkFromAnotherThreadRunsOnTheMainThreadAndIsWaitedFor)
+{
+    std::atomic<QThread*> ranOn = nullptr;
+    std::atomic<bool> returnedAfterWork = false;
+    std::atomic<bool> workerSawMain = true;
+    std::thread worker([&] {
+        workerSawMain = sys::isMainThread();
+        sys::runOnMainThreadAndWait([&] {
+            QThread::msleep(50); // a caller that did not wait would return before this ends
+            ranOn = QThread::currentThread();
+        });
+        returnedAfterWork = ranOn.load() != nullptr;
+    });
+    const QDeadlineTimer guard(10000);
+    while (!ranOn && !guard.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    worker.join();
+    EXPECT_FALSE(workerSawMain);
+    EXPECT_TRUE(returnedAfterWork);
+    EXPECT_EQ(ranOn.load(), QCoreApplication::instance()->thread());
+    bool direct = false;
+    sys::runOnMainThreadAndWait([&] { direct = sys::isMainThread(); });
+    EXPECT_TRUE(direct);
+}
+
+TEST(WorkerPool, OneThreadKeepsTheStartOrder)
+{
+    sys::WorkerPool pool(1);
+    std::vector<int> order; // only the tasks (one at a time) and, after waitForDone, the test touch it
+    for (int i = 0; i < 50; ++i)
+        pool.start([&order, i] { order.push_back(i); });
+    pool.waitForDone();
+    std::vector<int> expected(50);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
+}
+
+TEST(WorkerPool, RunsAtMostItsThreadCountAtOnceAndItsEndWaitsForEveryTask)
+{
+    std::atomic<int> running{0};
+    std::atomic<int> most{0};
+    std::atomic<int> finished{0};
+    {
+        sys::WorkerPool pool(1);
+        pool.setMaxThreadCount(4);
+        for (int i = 0; i < 12; ++i) {
+            pool.start([&] {
+                const int now = ++running;
+                for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);) {
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                --running;
+                ++finished;
+            });
+        }
+    }
+    EXPECT_EQ(finished, 12);
+    EXPECT_LE(most, 4);
+}
