@@ -1,78 +1,53 @@
 // The binary property list: the writer's reference layout, and a reader that refuses every
-// broken or hostile file with a reason (files built by hand, every trailer field adjustable).
+// broken or hostile file with a reason (files made by hand, trailer fields patched).
 #include "platform/plist/PropertyList.h"
 
 #include <QDateTime>
 #include <gtest/gtest.h>
 
-#include <functional>
-
-namespace {
-
-QByteArray hex(const char* text)
+static QByteArray hex(const char* text)
 {
     return QByteArray::fromHex(QByteArray(text));
 }
 
-void appendBigEndian(QByteArray& out, quint64 value, int width)
+static QByteArray bigEndian(quint64 value, int width)
 {
+    QByteArray out;
     for (int shift = 8 * (width - 1); shift >= 0; shift -= 8)
         out += char((value >> shift) & 0xFF);
+    return out;
 }
 
-// A bplist00 of the given objects (each a complete marker + payload). The trailer fields
-// default to the consistent values and can be overridden to make a broken file.
-struct BinaryBuilder {
-    QList<QByteArray> objects;
-    int offsetSize = 1;
-    int refSize = 1;
-    quint64 top = 0;
-    std::optional<quint64> numObjects;
-    std::optional<quint64> tableOffset;
-    QList<quint64> offsetOverrides; // replaces the computed offsets when not empty
-
-    QByteArray build() const
-    {
-        QByteArray out("bplist00");
-        QList<quint64> offsets;
-        for (const QByteArray& object : objects) {
-            offsets.append(quint64(out.size()));
-            out += object;
-        }
-        const quint64 table = quint64(out.size());
-        for (quint64 offset : offsetOverrides.isEmpty() ? offsets : offsetOverrides)
-            appendBigEndian(out, offset, offsetSize);
-        out += QByteArray(6, '\0') + char(offsetSize) + char(refSize);
-        appendBigEndian(out, numObjects.value_or(quint64(objects.size())), 8);
-        appendBigEndian(out, top, 8);
-        appendBigEndian(out, tableOffset.value_or(table), 8);
-        return out;
-    }
-};
-
-QByteArray file(QList<QByteArray> objects, const std::function<void(BinaryBuilder&)>& change = {})
+// A consistent bplist00 of the given objects (each a marker and its payload), the first the root.
+static QByteArray file(const QList<QByteArray>& objects, int refSize = 1, int offsetSize = 1)
 {
-    BinaryBuilder builder{std::move(objects)};
-    if (change)
-        change(builder);
-    return builder.build();
+    QByteArray out("bplist00");
+    QByteArray table;
+    for (const QByteArray& object : objects) {
+        table += bigEndian(quint64(out.size()), offsetSize);
+        out += object;
+    }
+    return out + table + QByteArray(6, '\0') + char(offsetSize) + char(refSize) + bigEndian(quint64(objects.size()), 8)
+        + bigEndian(0, 8) + bigEndian(quint64(out.size()), 8);
+}
+
+// `bytes` with the bytes `hexText` written at `at` (negative: counted from the end).
+static QByteArray patched(QByteArray bytes, qsizetype at, const char* hexText)
+{
+    const QByteArray replacement = hex(hexText);
+    return bytes.replace(at < 0 ? bytes.size() + at : at, replacement.size(), replacement);
 }
 
 TEST(BinaryPlist, WriterMatchesTheReferenceLayoutAndReadsBack)
 {
-    EXPECT_EQ(plist::writeBinary(QVariantMap{{"v", qlonglong(1)}}),
-              hex("62706C6973743030" "D10102" "5176" "1001" "080B0D" "0000000000000101" "0000000000000003"
-                  "0000000000000000" "000000000000000F"));
+    EXPECT_EQ(plist::writeBinary(QVariantMap{{"v", qlonglong(1)}}), file({hex("D10102"), hex("5176"), hex("1001")}));
     const struct {
         QVariant value;
         QByteArray object;
     } rows[] = {
-        {3.5, hex("23400C000000000000")},
-        {QDateTime(QDate(2001, 1, 2), QTime(0, 0), Qt::UTC), hex("3340F5180000000000")},
-        {QStringLiteral("\u00e9"), hex("6100E9")},
-        {QVariant::fromValue(plist::PlistUid{300}), hex("81012C")},
-        {qlonglong(-1), hex("13FFFFFFFFFFFFFFFF")},
-        {qulonglong(18446744073709551615ull), hex("140000000000000000FFFFFFFFFFFFFFFF")},
+        {3.5, hex("23400C000000000000")}, {QDateTime(QDate(2001, 1, 2), QTime(0, 0), Qt::UTC), hex("3340F5180000000000")},
+        {QStringLiteral("\u00e9"), hex("6100E9")}, {QVariant::fromValue(plist::PlistUid{300}), hex("81012C")},
+        {qlonglong(-1), hex("13FFFFFFFFFFFFFFFF")}, {qulonglong(18446744073709551615ull), hex("140000000000000000FFFFFFFFFFFFFFFF")},
         {QByteArray(20, 'x'), hex("4F1014") + QByteArray(20, 'x')},
     };
     for (const auto& row : rows) {
@@ -89,28 +64,25 @@ TEST(BinaryPlist, WriterMatchesTheReferenceLayoutAndReadsBack)
 
 TEST(BinaryPlist, MalformedFilesFailWithAReason)
 {
-    const QByteArray valid = plist::writeBinary(QVariantMap{{"v", qlonglong(1)}});
-    const QList<QByteArray> pair{hex("A20101"), hex("1001")};
-    QList<QByteArray> three00;
-    for (int i = 0; i < 300; ++i)
-        three00.append(hex("1001"));
+    const QByteArray pair = file({hex("A20101"), hex("1001")}); // offsets at 13 and 14; trailer fields from the end
+    const QList<QByteArray> three00(300, hex("1001"));
     const struct {
         const char* name;
         QByteArray bytes;
         const char* reason;
     } rows[] = {
         {"too short", QByteArray("bplist00"), "too short"},
-        {"wrong header", QByteArray("bplisx00") + valid.mid(8), "header"},
-        {"truncated trailer", valid.left(valid.size() - 1), "trailer"},
-        {"table past the end", file(pair, [](BinaryBuilder& b) { b.tableOffset = 4000; }), "offset table"},
-        {"no objects", file(pair, [](BinaryBuilder& b) { b.numObjects = 0; }), "object count"},
-        {"top out of range", file(pair, [](BinaryBuilder& b) { b.top = 2; }), "top object"},
-        {"table size overflow", file(pair, [](BinaryBuilder& b) { b.offsetSize = 8; b.numObjects = quint64(1) << 61; }), "offset table"},
-        {"offset into the table", file(pair, [](BinaryBuilder& b) { b.offsetOverrides = {8, 200}; }), "invalid offset"},
-        {"offset into the header", file(pair, [](BinaryBuilder& b) { b.offsetOverrides = {8, 3}; }), "invalid offset"},
-        {"reference too narrow", file(three00, [](BinaryBuilder& b) { b.offsetSize = 2; }), "too small"},
+        {"wrong header", patched(pair, 5, "78"), "header"},
+        {"truncated trailer", pair.chopped(1), "trailer"},
+        {"table past the end", patched(pair, -2, "0FA0"), "offset table"},
+        {"no objects", patched(pair, -17, "00"), "object count"},
+        {"top out of range", patched(pair, -9, "02"), "top object"},
+        {"table size overflow", patched(patched(pair, -26, "08"), -24, "20"), "offset table"},
+        {"offset into the table", patched(pair, 14, "C8"), "invalid offset"},
+        {"offset into the header", patched(pair, 14, "03"), "invalid offset"},
+        {"reference too narrow", file(three00, 1, 2), "too small"},
         {"reference out of range", file({hex("A20105"), hex("1001")}), "out of range"},
-        {"array count 2^60", file({hex("AF131000000000000000") + hex("01"), hex("1001")}), "past the object table"},
+        {"array count 2^60", file({hex("AF13100000000000000001"), hex("1001")}), "past the object table"},
         {"data count 2^60", file({hex("4F131000000000000000")}), "past the object table"},
         {"utf-16 count 2^62", file({hex("6F134000000000000000")}), "past the object table"},
         {"string runs into the table", file({hex("5561")}), "past the object table"},
@@ -135,15 +107,10 @@ TEST(BinaryPlist, MalformedFilesFailWithAReason)
 TEST(BinaryPlist, DepthIsCappedAndSharedObjectsAreReadOnce)
 {
     auto chain = [](int levels) {
-        BinaryBuilder b;
-        b.refSize = 2;
-        b.offsetSize = 4;
-        for (int i = 0; i < levels; ++i) {
-            b.objects.append(hex("A1"));
-            appendBigEndian(b.objects.last(), quint64(i + 1), 2);
-        }
-        b.objects.append(hex("1007"));
-        return b.build();
+        QList<QByteArray> objects;
+        for (int i = 0; i < levels; ++i)
+            objects.append(hex("A1") + bigEndian(quint64(i + 1), 2));
+        return file(objects << hex("1007"), 2, 4);
     };
     EXPECT_TRUE(plist::readBinary(chain(plist::kMaxDepth)));
     QString error;
@@ -152,11 +119,10 @@ TEST(BinaryPlist, DepthIsCappedAndSharedObjectsAreReadOnce)
 
     // Each level refers twice to the next: 2^60 paths through 61 objects. Legal; without
     // sharing parsed objects this would never finish.
-    BinaryBuilder dag;
+    QList<QByteArray> dag;
     for (int i = 0; i < 60; ++i)
-        dag.objects.append(hex("A2") + char(i + 1) + char(i + 1));
-    dag.objects.append(hex("5161"));
-    const auto value = plist::readBinary(dag.build(), &error);
+        dag.append(hex("A2") + char(i + 1) + char(i + 1));
+    const auto value = plist::readBinary(file(dag << hex("5161")), &error);
     ASSERT_TRUE(value) << qPrintable(error);
     QVariant leaf = *value;
     for (int i = 0; i < 60; ++i)
@@ -167,13 +133,10 @@ TEST(BinaryPlist, DepthIsCappedAndSharedObjectsAreReadOnce)
 TEST(BinaryPlist, ChoicesWhereTheFormatIsSilent)
 {
     // Duplicate keys: the first occurrence wins.
-    EXPECT_EQ(plist::readBinary(file({hex("D201010203"), hex("516b"), hex("1001"), hex("1002")})),
-              QVariant(QVariantMap{{"k", qlonglong(1)}}));
+    EXPECT_EQ(plist::readBinary(file({hex("D201010203"), hex("516b"), hex("1001"), hex("1002")})), QVariant(QVariantMap{{"k", qlonglong(1)}}));
     // An unpaired surrogate becomes U+FFFD; a proper pair is kept.
     EXPECT_EQ(plist::readBinary(file({hex("65D8000041D83DDE00DC00")})), QVariant(QStringLiteral("\ufffdA\U0001F600\ufffd")));
     // A sign-extended 16-byte negative reads as the int64; a value wider than 64 bits fails.
     EXPECT_EQ(plist::readBinary(file({hex("14FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFE")})), QVariant(qlonglong(-2)));
     EXPECT_FALSE(plist::readBinary(file({hex("1400000000000000010000000000000000")})));
 }
-
-} // namespace
