@@ -15,8 +15,6 @@
 #include <limits>
 #include <string>
 
-namespace {
-
 TEST(Format, OneRowPerRule)
 {
     enum class Kind : quint8 { A = 3 };
@@ -62,28 +60,26 @@ TEST(Format, OneRowPerRule)
     EXPECT_EQ(fnd::format(QStringLiteral("%99999999999999d"), 1).size(), 4096);
 }
 
-// A throw-away locale whose decimal separator is ",", made the process's numeric locale as a
-// user's German or French settings would; everything is restored afterwards.
+// Makes the process's numeric locale a throw-away one whose decimal separator is ",", as a
+// user's German or French settings would; everything is put back afterwards.
 class CommaLocale {
 public:
     CommaLocale()
     {
         QFile source(dir_.filePath(QStringLiteral("comma.src")));
-        if (!dir_.isValid() || !QFile::exists(QStringLiteral("/usr/bin/localedef")) || !source.open(QIODevice::WriteOnly))
+        if (!QFile::exists(QStringLiteral("/usr/bin/localedef")) || !source.open(QIODevice::WriteOnly))
             return;
         source.write("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n");
         source.close();
         vltest::ChildProcess localedef;
         vltest::ChildOptions quiet; // it warns about every category the source leaves out
         quiet.discardOutput = true;
-        if (localedef.start(QStringLiteral("/usr/bin/localedef"),
-                            {QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"),
-                             QStringLiteral("UTF-8"), dir_.filePath(QStringLiteral("comma"))},
-                            quiet))
+        const QStringList args{QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"), QStringLiteral("UTF-8"), dir_.filePath(QStringLiteral("comma"))};
+        if (localedef.start(QStringLiteral("/usr/bin/localedef"), args, quiet))
             (void)localedef.waitForFinished(60000);
-        const char* current = std::setlocale(LC_NUMERIC, nullptr);
-        saved_ = current ? current : "C";
-        setenv("LOCPATH", dir_.path().toLocal8Bit().constData(), 1);
+        if (const char* current = std::setlocale(LC_NUMERIC, nullptr))
+            saved_ = current;
+        setenv("LOCPATH", QFile::encodeName(dir_.path()).constData(), 1);
         active_ = std::setlocale(LC_NUMERIC, "comma") != nullptr;
     }
     ~CommaLocale()
@@ -107,12 +103,8 @@ TEST(Format, RealsIgnoreTheProcessNumericLocale)
     char probe[16];
     std::snprintf(probe, sizeof probe, "%0.2f", 1.5);
     ASSERT_STREQ(probe, "1,50") << "the process locale did not take effect";
-
-    EXPECT_EQ(fnd::format(QStringLiteral("%0.2f GB, %@, %g"), 1.5, 2.5, 0.25), QStringLiteral("1.50 GB, 2.5, 0.25"));
+    EXPECT_EQ(fnd::format(QStringLiteral("%0.2f GB, %@, %g, %'d"), 1.5, 2.5, 0.25, 1234567), QStringLiteral("1.50 GB, 2.5, 0.25, 1234567"));
     EXPECT_EQ(fnd::stringValue(QVariant(3.25)), QStringLiteral("3.25"));
     EXPECT_DOUBLE_EQ(fnd::doubleValue(QStringLiteral("1.5")), 1.5);
     EXPECT_DOUBLE_EQ(fnd::doubleValue(QStringLiteral("1,5")), 1.0);
-    EXPECT_EQ(fnd::format(QStringLiteral("%'d"), 1234567), QStringLiteral("1234567"));
 }
-
-} // namespace

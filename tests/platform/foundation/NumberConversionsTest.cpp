@@ -16,20 +16,11 @@ TEST(NumberConversions, IntegerScanner)
         int intValue;
         qint64 integerValue;
     } rows[] = {
-        {u"  42abc", 42, 42},
-        {u"\u00a0\u200b\u3000\n42", 42, 42}, // the scanner's broad whitespace
-        {u"+7", 7, 7},
-        {u"- 5", -5, -5}, // whitespace after the sign
-        {u"-0012", -12, -12},
-        {u"3.99", 3, 3},
-        {u"0x1F", 0, 0},
-        {u"", 0, 0},
-        {u"--5", 0, 0},
-        {u"\u0661\u0662", 0, 0}, // other scripts' digits are not digits
-        {u"2147483648", 2147483647, 2147483648LL},
-        {u"-99999999999", -2147483647 - 1, -99999999999LL},
-        {u"9223372036854775808", 2147483647, max64},
-        {u"-99999999999999999999999", -2147483647 - 1, min64},
+        {u"  42abc", 42, 42}, {u"\u00a0\u200b\u3000\n42", 42, 42}, // the scanner's broad whitespace
+        {u"+7", 7, 7}, {u"- 5", -5, -5}, {u"-0012", -12, -12}, {u"3.99", 3, 3}, // whitespace may follow the sign
+        {u"0x1F", 0, 0}, {u"", 0, 0}, {u"--5", 0, 0}, {u"\u0661\u0662", 0, 0}, // other scripts' digits are no digits
+        {u"2147483648", 2147483647, 2147483648LL}, {u"-99999999999", -2147483647 - 1, -99999999999LL}, // clamped per type
+        {u"9223372036854775808", 2147483647, max64}, {u"-99999999999999999999999", -2147483647 - 1, min64},
     };
     for (const auto& row : rows) {
         const QString text = QString::fromUtf16(row.text);
@@ -80,13 +71,9 @@ TEST(NumberConversions, StringValueOfNumbers)
         QVariant value;
         const char* text;
     } rows[] = {
-        {qlonglong(-7), "-7"},         {qulonglong(18446744073709551615ULL), "18446744073709551615"},
-        {3.5, "3.5"},                  {2.0, "2"},
-        {0.1 + 0.2, "0.3"},            {1.0 / 3.0, "0.3333333333333333"},
-        {1e16, "1e+16"},               {1e-5, "1e-05"},
-        {-0.0, "-0"},                  {QVariant(3.14159265f), "3.141593"},
-        {true, "1"},                   {QStringLiteral("as is"), "as is"},
-        {QVariantMap(), ""},
+        {qlonglong(-7), "-7"}, {qulonglong(18446744073709551615ULL), "18446744073709551615"}, {3.5, "3.5"}, {2.0, "2"},
+        {0.1 + 0.2, "0.3"}, {1.0 / 3.0, "0.3333333333333333"}, {1e16, "1e+16"}, {1e-5, "1e-05"}, {-0.0, "-0"},
+        {QVariant(3.14159265f), "3.141593"}, {true, "1"}, {QStringLiteral("as is"), "as is"}, {QVariantMap(), ""},
     };
     for (const auto& row : rows)
         EXPECT_EQ(fnd::stringValue(row.value), QString::fromUtf8(row.text)) << row.text;

@@ -13,19 +13,11 @@ TEST(PathUtilities, ComponentsAndExtensions)
         const char* withoutExtension;
         const char* parent;
     } rows[] = {
-        {"/tmp/scratch.tiff", "scratch.tiff", "tiff", "/tmp/scratch", "/tmp"},
-        {"/tmp/lock/", "lock", "", "/tmp/lock", "/tmp"},
-        {"scratch.bundle///", "scratch.bundle", "bundle", "scratch", ""},
-        {"/", "/", "", "/", "/"},
-        {"", "", "", "", ""},
-        {"//tmp//x", "x", "", "//tmp//x", "/tmp"},
-        {"/tmp", "tmp", "", "/tmp", "/"},
-        {".hidden", ".hidden", "", ".hidden", ""},
-        {"scratch..tiff", "scratch..tiff", "tiff", "scratch.", ""},
-        {"a.b/c", "c", "", "a.b/c", "a.b"},
-        {"file.", "file.", "", "file.", ""},
-        // A space before any dot means no extension.
-        {"/x/App v1.2 final", "App v1.2 final", "", "/x/App v1.2 final", "/x"},
+        {"/tmp/scratch.tiff", "scratch.tiff", "tiff", "/tmp/scratch", "/tmp"}, {"/tmp/lock/", "lock", "", "/tmp/lock", "/tmp"},
+        {"scratch.bundle///", "scratch.bundle", "bundle", "scratch", ""}, {"/", "/", "", "/", "/"}, {"", "", "", "", ""},
+        {"//tmp//x", "x", "", "//tmp//x", "/tmp"}, {"/tmp", "tmp", "", "/tmp", "/"}, {".hidden", ".hidden", "", ".hidden", ""},
+        {"scratch..tiff", "scratch..tiff", "tiff", "scratch.", ""}, {"a.b/c", "c", "", "a.b/c", "a.b"}, {"file.", "file.", "", "file.", ""},
+        {"/x/App v1.2 final", "App v1.2 final", "", "/x/App v1.2 final", "/x"}, // a space before any dot: no extension
     };
     for (const auto& row : rows) {
         const QString path = QString::fromUtf8(row.path);
@@ -74,13 +66,9 @@ TEST(UrlUtilities, PathAsFilePath)
         std::optional<const char*> path;
     } rows[] = {
         {"file://localhost/Users/editor/Movies/Interview%20A.mov", "/Users/editor/Movies/Interview A.mov"},
-        {"file:///Volumes/Media/Cuts/", "/Volumes/Media/Cuts"},
-        {"file:///", "/"},
+        {"file:///Volumes/Media/Cuts/", "/Volumes/Media/Cuts"}, {"file:///", "/"}, {"http://127.0.0.1:8080?x=/y.zip", ""},
         {"https://user:pw@ex.com:8443/a/my%2Ffile.zip;jsessionid=1?x=1#y", "/a/my/file.zip"},
-        {"http://127.0.0.1:8080?x=/y.zip", ""},
-        {"clips/caf%C3%A9.mov", "clips/caf\xc3\xa9.mov"},
-        {"file:///a/%FF.mov", std::nullopt},
-        {"file:///a/b c.mov", std::nullopt},
+        {"clips/caf%C3%A9.mov", "clips/caf\xc3\xa9.mov"}, {"file:///a/%FF.mov", std::nullopt}, {"file:///a/b c.mov", std::nullopt},
     };
     for (const auto& row : rows) {
         const std::optional<QString> path = fnd::urlPath(QString::fromUtf8(row.url));

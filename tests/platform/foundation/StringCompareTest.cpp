@@ -13,16 +13,10 @@ TEST(StringCompare, NumericSearch)
         const char* b;
         Ordering expected;
     } rows[] = {
-        {"10.15.7", "10.9.5", Ordering::Descending}, // digit runs compare by value
-        {"11.0", "11.0.0", Ordering::Ascending},     // the shorter string is smaller
-        {"1.", "1", Ordering::Descending},
-        {"1.01", "1.1", Ordering::Same}, // leading zeros ignored
-        {"1.010", "1.01", Ordering::Descending},
-        {"1.0b1", "1.0.1", Ordering::Descending}, // other characters by UTF-16 unit
-        {" 1.0", "1.0", Ordering::Ascending},
-        {"", "", Ordering::Same},
-        {"a", "B", Ordering::Descending},
-        {"18446744073709551616", "0", Ordering::Same}, // runs beyond 64 bits wrap
+        {"10.15.7", "10.9.5", Ordering::Descending}, {"11.0", "11.0.0", Ordering::Ascending}, // by value; shorter is smaller
+        {"1.", "1", Ordering::Descending}, {"1.01", "1.1", Ordering::Same}, {"1.010", "1.01", Ordering::Descending}, // zeros ignored
+        {"1.0b1", "1.0.1", Ordering::Descending}, {" 1.0", "1.0", Ordering::Ascending}, {"a", "B", Ordering::Descending}, // UTF-16
+        {"", "", Ordering::Same}, {"18446744073709551616", "0", Ordering::Same}, // runs beyond 64 bits wrap
     };
     for (const auto& row : rows) {
         EXPECT_EQ(fnd::compareNumeric(QString::fromUtf8(row.a), QString::fromUtf8(row.b)), row.expected) << row.a << " vs " << row.b;
@@ -54,16 +48,9 @@ TEST(StringCompare, LikeMatching)
         bool caseInsensitive;
         bool matches;
     } rows[] = {
-        {"aba", "a*a", true, true},
-        {"a", "a*a", false, false},
-        {"Silvy", "silv?", true, true},
-        {"Silvy", "silv?", false, false},
-        {"Silvia", "Silv?", false, false}, // the whole text must match
-        {"", "*", false, true},
-        {"", "?", false, false},
-        {"x", "", false, false},
-        {"Premiere Pro 2024", "Premiere*20??", false, true},
-        {"abcabd", "*ab?", false, true}, // backtracks past a first partial match
+        {"aba", "a*a", true, true}, {"a", "a*a", false, false}, {"Silvy", "silv?", true, true}, {"Silvy", "silv?", false, false},
+        {"Silvia", "Silv?", false, false}, {"", "*", false, true}, {"", "?", false, false}, {"x", "", false, false},
+        {"Premiere Pro 2024", "Premiere*20??", false, true}, {"abcabd", "*ab?", false, true}, // backtracks past a partial match
         {"a*b", "a\\*b", false, false}, // a backslash is an ordinary character
         {"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab", "*a*a*a*a*a*a*a*a*a*a*c", false, false},
     };
