@@ -1,14 +1,12 @@
 // The systemd units made from launchd job dictionaries: calendar entries, ExecStart= quoting and
-// unit names, one row per rule.
+// unit names, one row per rule. The weekly job as the updater writes it is proven by VLLaunchd.
 #include "platform/system/SystemdUnits.h"
 
 #include <gtest/gtest.h>
 
-namespace {
-
 using namespace sys::systemd;
 
-QVariantMap entry(std::initializer_list<std::pair<const char*, QVariant>> values)
+static QVariantMap entry(std::initializer_list<std::pair<const char*, int>> values)
 {
     QVariantMap map;
     for (const auto& [key, value] : values)
@@ -17,7 +15,7 @@ QVariantMap entry(std::initializer_list<std::pair<const char*, QVariant>> values
 }
 
 template <typename T>
-void expectRow(const std::optional<T>& got, const std::optional<T>& expected, const char* rule)
+static void expectRow(const std::optional<T>& got, const std::optional<T>& expected, const char* rule)
 {
     ASSERT_EQ(got.has_value(), expected.has_value()) << rule;
     if (got) {
@@ -32,16 +30,13 @@ TEST(SystemdUnits, CalendarEntriesBecomeOnCalendarValues)
         QVariant interval;
         std::optional<QStringList> expected;
     } rows[] = {
-        {"weekly list of one entry", QVariantList{entry({{"Weekday", 1}, {"Hour", 9}, {"Minute", 0}})}, QStringList{"Mon *-*-* 09:00:00"}},
         {"a lone dictionary; a missing key is a wildcard", entry({{"Hour", 3}}), QStringList{"*-*-* 03:*:00"}},
-        {"weekday 0 and 7 are both Sunday", QVariantList{entry({{"Weekday", 0}, {"Minute", 5}}), entry({{"Weekday", 7}, {"Minute", 5}})},
-         QStringList{"Sun *-*-* *:05:00"}},
+        {"weekday 0 and 7 are both Sunday", QVariantList{entry({{"Weekday", 0}, {"Minute", 5}}), entry({{"Weekday", 7}, {"Minute", 5}})}, QStringList{"Sun *-*-* *:05:00"}},
         {"month and day", entry({{"Month", 12}, {"Day", 24}, {"Hour", 18}, {"Minute", 5}}), QStringList{"*-12-24 18:05:00"}},
-        {"day or weekday, as crontab", entry({{"Day", 1}, {"Weekday", 5}, {"Month", 3}, {"Hour", 8}}),
-         QStringList{"Fri *-03-* 08:*:00", "*-03-01 08:*:00"}},
+        {"day or weekday, as crontab", entry({{"Day", 1}, {"Weekday", 5}, {"Month", 3}, {"Hour", 8}}), QStringList{"Fri *-03-* 08:*:00", "*-03-01 08:*:00"}},
         {"an empty entry runs every minute", entry({}), QStringList{"*-*-* *:*:00"}},
         {"hour out of range", entry({{"Hour", 24}}), std::nullopt},
-        {"a name instead of a number", entry({{"Weekday", QStringLiteral("Mon")}}), std::nullopt},
+        {"a name instead of a number", QVariantMap{{"Weekday", "Mon"}}, std::nullopt},
         {"an entry that is not a dictionary", QVariantList{entry({{"Hour", 1}}), 7}, std::nullopt},
         {"neither dictionary nor list", QStringLiteral("weekly"), std::nullopt},
     };
@@ -62,8 +57,7 @@ TEST(SystemdUnits, ExecStartKeepsArgvZeroAndQuotesAsSystemdReadsIt)
         std::optional<QString> expected;
     } rows[] = {
         {"plain words stay bare", "/usr/bin/true", {"true", "-x"}, "@/usr/bin/true true -x"},
-        {"spaces are quoted, argv[0] kept", "/Applications/A B.app/Contents/MacOS/A", {"A B", "-autocheck"},
-         "@\"/Applications/A B.app/Contents/MacOS/A\" \"A B\" -autocheck"},
+        {"spaces are quoted, argv[0] kept", "/A B.app/A", {"A B", "-autocheck"}, "@\"/A B.app/A\" \"A B\" -autocheck"},
         {"percent doubled everywhere, dollar only in arguments", "/opt/100%$/run", {"run", "$HOME", "50%"}, "@/opt/100%%$/run run $$HOME 50%%"},
         {"quotes and backslashes escaped", "/bin/echo", {"a\"b", "c\\d", "it's"}, "@/bin/echo \"a\\\"b\" \"c\\\\d\" \"it's\""},
         {"empty word and lone semicolon", "/bin/echo", {"", ";", ";x"}, "@/bin/echo \"\" \";\" ;x"},
@@ -81,13 +75,8 @@ TEST(SystemdUnits, LabelsNameUnitsWithoutLeavingTheFolder)
         QString label;
         std::optional<QString> expected;
     } rows[] = {
-        {"com.velmora.SoftwareUpdateAutoCheck", "com.velmora.SoftwareUpdateAutoCheck"},
-        {QString::fromUtf8("My Job@h\xc3\xb6me-1"), "My\\x20Job\\x40h\\xc3\\xb6me-1"},
-        {".hidden", "\\x2ehidden"},
-        {"a/b", std::nullopt},
-        {"..", std::nullopt},
-        {"", std::nullopt},
-        {"a\nExecStart=/bin/sh", std::nullopt},
+        {"com.velmora.SoftwareUpdateAutoCheck", "com.velmora.SoftwareUpdateAutoCheck"}, {QString::fromUtf8("My Job@h\xc3\xb6me-1"), "My\\x20Job\\x40h\\xc3\\xb6me-1"},
+        {".hidden", "\\x2ehidden"}, {"a/b", std::nullopt}, {"..", std::nullopt}, {"", std::nullopt}, {"a\nExecStart=/bin/sh", std::nullopt},
         {QString(250, QLatin1Char('j')), std::nullopt},
     };
     for (const auto& row : rows)
@@ -97,20 +86,13 @@ TEST(SystemdUnits, LabelsNameUnitsWithoutLeavingTheFolder)
 TEST(SystemdUnits, JobWithoutCalendarIsEnabledItself)
 {
     const QVariantMap job{{"Label", "com.velmora.Agent"}, {"ProgramArguments", QVariantList{"/usr/bin/agent", "--serve"}}};
-    const std::optional<JobUnits> user = unitsForJob(job, Manager::User);
-    ASSERT_TRUE(user.has_value());
-    EXPECT_FALSE(user->timer.has_value());
+    const JobUnits user = unitsForJob(job, Manager::User).value_or(JobUnits{.timer = QString()});
+    EXPECT_FALSE(user.timer.has_value());
     // Without Program, ProgramArguments[0] is both the executable and argv[0].
-    EXPECT_TRUE(user->service.contains("\nExecStart=@/usr/bin/agent /usr/bin/agent --serve\n"));
-    EXPECT_TRUE(user->service.endsWith("[Install]\nWantedBy=default.target\n"));
+    EXPECT_TRUE(user.service.contains("\nExecStart=@/usr/bin/agent /usr/bin/agent --serve\n"));
+    EXPECT_TRUE(user.service.endsWith("[Install]\nWantedBy=default.target\n"));
     EXPECT_TRUE(unitsForJob(job, Manager::System).value_or(JobUnits()).service.endsWith("[Install]\nWantedBy=multi-user.target\n"));
-
     QString error;
-    EXPECT_FALSE(unitsForJob({{"Label", "x"}}, Manager::User, &error).has_value());
-    EXPECT_FALSE(error.isEmpty()) << "no program";
-    QVariantMap numbers = job;
-    numbers.insert("ProgramArguments", QVariantList{"/bin/a", 3});
-    EXPECT_FALSE(unitsForJob(numbers, Manager::User).has_value()) << "a number among the arguments";
+    EXPECT_FALSE(unitsForJob({{"Label", "x"}}, Manager::User, &error) || error.isEmpty()) << "no program";
+    EXPECT_FALSE(unitsForJob({{"Label", "x"}, {"ProgramArguments", QVariantList{"/bin/a", 3}}}, Manager::User)) << "a number among the arguments";
 }
-
-} // namespace

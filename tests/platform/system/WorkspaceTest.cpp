@@ -1,6 +1,5 @@
 // The Linux workspace: recycling under a free name (across file systems too), copies that keep
-// links and never overwrite, packages, the rooted opener and Installer, volumes, and finding an
-// application by identifier.
+// links and never overwrite, packages, volumes, application look-up and the rooted opener.
 #include "platform/system/LinuxWorkspace.h"
 #include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
@@ -15,8 +14,6 @@
 
 #include <sys/stat.h>
 
-namespace {
-
 class WorkspaceTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -29,16 +26,6 @@ protected:
     {
         QFile in(file);
         return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray("<missing>");
-    }
-    // A script that appends its argument count and first argument to `log`.
-    bool writeRecorder(const QString& script, const QString& log) { return box.writeFile(script, "#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> '" + log.toUtf8() + "'\n", true); }
-    // The log once it holds `lines` lines, or what it holds after a generous guard.
-    static QByteArray awaitLines(const QString& log, int lines)
-    {
-        const QDeadlineTimer guard(10000);
-        while (read(log).count('\n') < lines && !guard.hasExpired())
-            QThread::msleep(20);
-        return read(log);
     }
 
     vltest::Sandbox box;
@@ -136,30 +123,24 @@ TEST_F(WorkspaceTest, PackagesVolumesAndApplicationLookup)
     EXPECT_EQ(workspace.fullPathForApplication("com.velmora.HarrowHelper"), std::nullopt);
 }
 
-TEST_F(WorkspaceTest, OpeningRunsTheRootedOpenerOrTheInstallerWithoutAShell)
+// Packages opening in the Installer are proven by the installer fall-back tests.
+TEST_F(WorkspaceTest, OpeningRunsTheRootedOpenerWithoutAShell)
 {
     const QString target = path("target.txt");
-    const QString package = box.sysPath("/Volumes/Studio/Velmora Studio.PKG");
-    ASSERT_TRUE(box.writeFile(target, "t") && box.writeFile(package, "p"));
+    ASSERT_TRUE(box.writeFile(target, "t"));
     EXPECT_FALSE(workspace.openFile(target)) << "no opener installed";
-    EXPECT_FALSE(workspace.openFile(package)) << "no Installer installed";
 
+    // The opener appends its argument count and first argument to a log.
     const QString log = path("opened.log");
-    ASSERT_TRUE(writeRecorder(box.sysPath("/usr/bin/xdg-open"), log));
+    ASSERT_TRUE(box.writeFile(box.sysPath("/usr/bin/xdg-open"), "#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$1\" >> '" + log.toUtf8() + "'\n", true));
     EXPECT_FALSE(workspace.openFile(path("missing.txt")));
     ASSERT_TRUE(workspace.openFile(target));
     ASSERT_TRUE(workspace.openURL("https://www.velmora.com/a b;$(x)"));
-    const QByteArray opened = awaitLines(log, 2);
+    const QDeadlineTimer guard(10000);
+    while (read(log).count('\n') < 2 && !guard.hasExpired())
+        QThread::msleep(20);
+    const QByteArray opened = read(log);
     // The two detached openers may finish in either order.
     EXPECT_TRUE(opened.contains("1|" + target.toUtf8() + "\n") && opened.contains("1|https://www.velmora.com/a b;$(x)\n") && opened.count('\n') == 2)
         << opened.toStdString();
-
-    const QString installer = box.createBundle({.path = box.sysPath("/System/Library/CoreServices/Installer.app"), .identifier = "com.apple.installer"});
-    const QString installerLog = path("installer.log");
-    ASSERT_TRUE(writeRecorder(installer + "/Contents/MacOS/Installer", installerLog));
-    ASSERT_TRUE(workspace.openFile(package));
-    EXPECT_EQ(awaitLines(installerLog, 1), "1|" + package.toUtf8() + "\n");
-    EXPECT_EQ(read(log).count('\n'), 2) << "a package never goes to the opener";
 }
-
-} // namespace
