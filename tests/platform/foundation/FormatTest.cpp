@@ -11,7 +11,6 @@
 
 #include <clocale>
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <string>
 
@@ -20,11 +19,7 @@ TEST(Format, OneRowPerRule)
     enum class Kind : quint8 { A = 3 };
     char buffer[] = "mutable";
     const double inf = std::numeric_limits<double>::infinity();
-    const struct {
-        const char16_t* format;
-        QList<fnd::FormatArg> args;
-        const char16_t* expected;
-    } rows[] = {
+    const struct { const char16_t* format; QList<fnd::FormatArg> args; const char16_t* expected; } rows[] = {
         {u"App is part of group %@ (%i %@).", {QStringLiteral("g1"), 42, QStringLiteral("1.2")}, u"App is part of group g1 (42 1.2)."},
         {u"%d|%lld|%llu|%zu|%li", {-5, qint64(-9000000000), quint64(18446744073709551615ULL), size_t(7), 3L},
          u"-5|-9000000000|18446744073709551615|7|3"},
@@ -60,51 +55,36 @@ TEST(Format, OneRowPerRule)
     EXPECT_EQ(fnd::format(QStringLiteral("%99999999999999d"), 1).size(), 4096);
 }
 
-// Makes the process's numeric locale a throw-away one whose decimal separator is ",", as a
-// user's German or French settings would; everything is put back afterwards.
-class CommaLocale {
-public:
-    CommaLocale()
-    {
-        QFile source(dir_.filePath(QStringLiteral("comma.src")));
-        if (!QFile::exists(QStringLiteral("/usr/bin/localedef")) || !source.open(QIODevice::WriteOnly))
-            return;
-        source.write("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n");
-        source.close();
-        vltest::ChildProcess localedef;
-        vltest::ChildOptions quiet; // it warns about every category the source leaves out
-        quiet.discardOutput = true;
-        const QStringList args{QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"), QStringLiteral("UTF-8"), dir_.filePath(QStringLiteral("comma"))};
-        if (localedef.start(QStringLiteral("/usr/bin/localedef"), args, quiet))
-            (void)localedef.waitForFinished(60000);
-        if (const char* current = std::setlocale(LC_NUMERIC, nullptr))
-            saved_ = current;
-        setenv("LOCPATH", QFile::encodeName(dir_.path()).constData(), 1);
-        active_ = std::setlocale(LC_NUMERIC, "comma") != nullptr;
-    }
-    ~CommaLocale()
-    {
-        std::setlocale(LC_NUMERIC, saved_.c_str());
-        unsetenv("LOCPATH");
-    }
-    bool active() const { return active_; }
-
-private:
-    QTemporaryDir dir_;
-    std::string saved_ = "C";
-    bool active_ = false;
-};
-
 TEST(Format, RealsIgnoreTheProcessNumericLocale)
 {
-    CommaLocale locale;
-    if (!locale.active())
-        GTEST_SKIP() << "localedef could not build a decimal-comma locale here";
+    // A throw-away locale whose decimal separator is ",", made the process's numeric locale as a
+    // user's German or French settings would; put back before anything is checked.
+    QTemporaryDir dir;
+    QFile source(dir.filePath(QStringLiteral("comma.src")));
+    ASSERT_TRUE(source.open(QIODevice::WriteOnly));
+    source.write("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n");
+    source.close();
+    vltest::ChildProcess localedef;
+    vltest::ChildOptions quiet; // it warns about every category the source leaves out
+    quiet.discardOutput = true;
+    if (!localedef.start(QStringLiteral("/usr/bin/localedef"), {QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"),
+                                                               QStringLiteral("UTF-8"), dir.filePath(QStringLiteral("comma"))}, quiet)
+        || !localedef.waitForFinished(60000))
+        GTEST_SKIP() << "no localedef here";
+    const std::string saved = std::setlocale(LC_NUMERIC, nullptr);
+    qputenv("LOCPATH", QFile::encodeName(dir.path()));
+    const bool active = std::setlocale(LC_NUMERIC, "comma") != nullptr;
     char probe[16];
     std::snprintf(probe, sizeof probe, "%0.2f", 1.5);
+    const QString formatted = fnd::format(QStringLiteral("%0.2f GB, %@, %g, %'d"), 1.5, 2.5, 0.25, 1234567);
+    const QString number = fnd::stringValue(QVariant(3.25));
+    const double point = fnd::doubleValue(QStringLiteral("1.5")), comma = fnd::doubleValue(QStringLiteral("1,5"));
+    std::setlocale(LC_NUMERIC, saved.c_str());
+    qunsetenv("LOCPATH");
+    if (!active)
+        GTEST_SKIP() << "localedef could not build a decimal-comma locale here";
     ASSERT_STREQ(probe, "1,50") << "the process locale did not take effect";
-    EXPECT_EQ(fnd::format(QStringLiteral("%0.2f GB, %@, %g, %'d"), 1.5, 2.5, 0.25, 1234567), QStringLiteral("1.50 GB, 2.5, 0.25, 1234567"));
-    EXPECT_EQ(fnd::stringValue(QVariant(3.25)), QStringLiteral("3.25"));
-    EXPECT_DOUBLE_EQ(fnd::doubleValue(QStringLiteral("1.5")), 1.5);
-    EXPECT_DOUBLE_EQ(fnd::doubleValue(QStringLiteral("1,5")), 1.0);
+    EXPECT_EQ(formatted, QStringLiteral("1.50 GB, 2.5, 0.25, 1234567"));
+    EXPECT_EQ(number, QStringLiteral("3.25"));
+    EXPECT_TRUE(point == 1.5 && comma == 1.0) << point << " " << comma;
 }

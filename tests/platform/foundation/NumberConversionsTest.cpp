@@ -11,11 +11,7 @@ TEST(NumberConversions, IntegerScanner)
 {
     const qint64 max64 = std::numeric_limits<qint64>::max();
     const qint64 min64 = std::numeric_limits<qint64>::min();
-    const struct {
-        const char16_t* text;
-        int intValue;
-        qint64 integerValue;
-    } rows[] = {
+    const struct { const char16_t* text; int intValue; qint64 integerValue; } rows[] = {
         {u"  42abc", 42, 42}, {u"\u00a0\u200b\u3000\n42", 42, 42}, // the scanner's broad whitespace
         {u"+7", 7, 7}, {u"- 5", -5, -5}, {u"-0012", -12, -12}, {u"3.99", 3, 3}, // whitespace may follow the sign
         {u"0x1F", 0, 0}, {u"", 0, 0}, {u"--5", 0, 0}, {u"\u0661\u0662", 0, 0}, // other scripts' digits are no digits
@@ -31,10 +27,7 @@ TEST(NumberConversions, IntegerScanner)
 
 TEST(NumberConversions, DoubleAndBoolScanners)
 {
-    const struct {
-        const char* text;
-        double value;
-    } doubles[] = {{"\t 3.14abc", 3.14}, {"-.5e-1", -0.05}, {"1e", 1}, {"1,5", 1}, {"0x10", 0}, {"inf", 0}, {"nan", 0}, {"--1", 0}};
+    const struct { const char* text; double value; } doubles[] = {{"\t 3.14abc", 3.14}, {"-.5e-1", -0.05}, {"1e", 1}, {"1,5", 1}, {"0x10", 0}, {"inf", 0}, {"nan", 0}, {"--1", 0}};
     for (const auto& row : doubles)
         EXPECT_DOUBLE_EQ(fnd::doubleValue(QString::fromUtf8(row.text)), row.value) << row.text;
     EXPECT_TRUE(std::isinf(fnd::doubleValue(QStringLiteral("1e999"))));
@@ -67,10 +60,7 @@ TEST(NumberConversions, PropertyListValues)
 
 TEST(NumberConversions, StringValueOfNumbers)
 {
-    const struct {
-        QVariant value;
-        const char* text;
-    } rows[] = {
+    const struct { QVariant value; const char* text; } rows[] = {
         {qlonglong(-7), "-7"}, {qulonglong(18446744073709551615ULL), "18446744073709551615"}, {3.5, "3.5"}, {2.0, "2"},
         {0.1 + 0.2, "0.3"}, {1.0 / 3.0, "0.3333333333333333"}, {1e16, "1e+16"}, {1e-5, "1e-05"}, {-0.0, "-0"},
         {QVariant(3.14159265f), "3.141593"}, {true, "1"}, {QStringLiteral("as is"), "as is"}, {QVariantMap(), ""},

@@ -6,13 +6,7 @@
 
 TEST(PathUtilities, ComponentsAndExtensions)
 {
-    const struct {
-        const char* path;
-        const char* last;
-        const char* extension;
-        const char* withoutExtension;
-        const char* parent;
-    } rows[] = {
+    const struct { const char* path; const char* last; const char* extension; const char* withoutExtension; const char* parent; } rows[] = {
         {"/tmp/scratch.tiff", "scratch.tiff", "tiff", "/tmp/scratch", "/tmp"}, {"/tmp/lock/", "lock", "", "/tmp/lock", "/tmp"},
         {"scratch.bundle///", "scratch.bundle", "bundle", "scratch", ""}, {"/", "/", "", "/", "/"}, {"", "", "", "", ""},
         {"//tmp//x", "x", "", "//tmp//x", "/tmp"}, {"/tmp", "tmp", "", "/tmp", "/"}, {".hidden", ".hidden", "", ".hidden", ""},
@@ -61,10 +55,7 @@ TEST(UrlUtilities, StrictValidity)
 
 TEST(UrlUtilities, PathAsFilePath)
 {
-    const struct {
-        const char* url;
-        std::optional<const char*> path;
-    } rows[] = {
+    const struct { const char* url; std::optional<const char*> path; } rows[] = {
         {"file://localhost/Users/editor/Movies/Interview%20A.mov", "/Users/editor/Movies/Interview A.mov"},
         {"file:///Volumes/Media/Cuts/", "/Volumes/Media/Cuts"}, {"file:///", "/"}, {"http://127.0.0.1:8080?x=/y.zip", ""},
         {"https://user:pw@ex.com:8443/a/my%2Ffile.zip;jsessionid=1?x=1#y", "/a/my/file.zip"},

@@ -8,11 +8,7 @@ using fnd::Ordering;
 
 TEST(StringCompare, NumericSearch)
 {
-    const struct {
-        const char* a;
-        const char* b;
-        Ordering expected;
-    } rows[] = {
+    const struct { const char* a; const char* b; Ordering expected; } rows[] = {
         {"10.15.7", "10.9.5", Ordering::Descending}, {"11.0", "11.0.0", Ordering::Ascending}, // by value; shorter is smaller
         {"1.", "1", Ordering::Descending}, {"1.01", "1.1", Ordering::Same}, {"1.010", "1.01", Ordering::Descending}, // zeros ignored
         {"1.0b1", "1.0.1", Ordering::Descending}, {" 1.0", "1.0", Ordering::Ascending}, {"a", "B", Ordering::Descending}, // UTF-16
@@ -42,12 +38,7 @@ TEST(StringCompare, TrimmingAndCaseInsensitiveTests)
 
 TEST(StringCompare, LikeMatching)
 {
-    const struct {
-        const char* text;
-        const char* pattern;
-        bool caseInsensitive;
-        bool matches;
-    } rows[] = {
+    const struct { const char* text; const char* pattern; bool caseInsensitive; bool matches; } rows[] = {
         {"aba", "a*a", true, true}, {"a", "a*a", false, false}, {"Silvy", "silv?", true, true}, {"Silvy", "silv?", false, false},
         {"Silvia", "Silv?", false, false}, {"", "*", false, true}, {"", "?", false, false}, {"x", "", false, false},
         {"Premiere Pro 2024", "Premiere*20??", false, true}, {"abcabd", "*ab?", false, true}, // backtracks past a partial match

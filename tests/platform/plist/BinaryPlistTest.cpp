@@ -38,26 +38,14 @@ static QByteArray patched(QByteArray bytes, qsizetype at, const char* hexText)
     return bytes.replace(at < 0 ? bytes.size() + at : at, replacement.size(), replacement);
 }
 
-TEST(BinaryPlist, WriterMatchesTheReferenceLayoutAndReadsBack)
+// Nothing the product ships writes binary lists (tests and the fuzzers do), so the writer is held
+// to its reference layout once and to reading back what the corpus lacks.
+TEST(BinaryPlist, WriterReadsBackWhatTheCorpusLacks)
 {
     EXPECT_EQ(plist::writeBinary(QVariantMap{{"v", qlonglong(1)}}), file({hex("D10102"), hex("5176"), hex("1001")}));
-    const struct {
-        QVariant value;
-        QByteArray object;
-    } rows[] = {
-        {3.5, hex("23400C000000000000")}, {QDateTime(QDate(2001, 1, 2), QTime(0, 0), Qt::UTC), hex("3340F5180000000000")},
-        {QStringLiteral("\u00e9"), hex("6100E9")}, {QVariant::fromValue(plist::PlistUid{300}), hex("81012C")},
-        {qlonglong(-1), hex("13FFFFFFFFFFFFFFFF")}, {qulonglong(18446744073709551615ull), hex("140000000000000000FFFFFFFFFFFFFFFF")},
-        {QByteArray(20, 'x'), hex("4F1014") + QByteArray(20, 'x')},
-    };
-    for (const auto& row : rows) {
-        const QByteArray bytes = plist::writeBinary(row.value);
-        EXPECT_EQ(bytes.mid(8, row.object.size()).toHex(), row.object.toHex()) << qPrintable(row.value.toString());
-        EXPECT_EQ(plist::readBinary(bytes), row.value);
-    }
-    // What the corpus lacks: a surrogate pair, milliseconds, an empty data, a UID above 16 bits.
+    EXPECT_EQ(plist::readBinary(file({hex("81012C")})), QVariant::fromValue(plist::PlistUid{300})) << "a UID wider than a byte";
     const QVariantMap value{{"unicode", QStringLiteral("Caf\u00e9 \U0001F600")}, {"date", QDateTime::fromMSecsSinceEpoch(1700000000123, Qt::UTC)},
-                            {"empty", QByteArray()}, {"uid", QVariant::fromValue(plist::PlistUid{70000})}};
+                            {"empty", QByteArray()}, {"uid", QVariant::fromValue(plist::PlistUid{70000})}, {"real", 3.5}};
     EXPECT_EQ(plist::readBinary(plist::writeBinary(value)), QVariant(value));
     EXPECT_TRUE(plist::writeBinary(QVariantMap{{"bad", QVariant()}}).isEmpty());
 }
@@ -66,36 +54,21 @@ TEST(BinaryPlist, MalformedFilesFailWithAReason)
 {
     const QByteArray pair = file({hex("A20101"), hex("1001")}); // offsets at 13 and 14; trailer fields from the end
     const QList<QByteArray> three00(300, hex("1001"));
-    const struct {
-        const char* name;
-        QByteArray bytes;
-        const char* reason;
-    } rows[] = {
-        {"too short", QByteArray("bplist00"), "too short"},
-        {"wrong header", patched(pair, 5, "78"), "header"},
-        {"truncated trailer", pair.chopped(1), "trailer"},
-        {"table past the end", patched(pair, -2, "0FA0"), "offset table"},
-        {"no objects", patched(pair, -17, "00"), "object count"},
-        {"top out of range", patched(pair, -9, "02"), "top object"},
+    const struct { const char* name; QByteArray bytes; const char* reason; } rows[] = {
+        {"too short", QByteArray("bplist00"), "too short"}, {"wrong header", patched(pair, 5, "78"), "header"},
+        {"truncated trailer", pair.chopped(1), "trailer"}, {"table past the end", patched(pair, -2, "0FA0"), "offset table"},
+        {"no objects", patched(pair, -17, "00"), "object count"}, {"top out of range", patched(pair, -9, "02"), "top object"},
         {"table size overflow", patched(patched(pair, -26, "08"), -24, "20"), "offset table"},
-        {"offset into the table", patched(pair, 14, "C8"), "invalid offset"},
-        {"offset into the header", patched(pair, 14, "03"), "invalid offset"},
-        {"reference too narrow", file(three00, 1, 2), "too small"},
-        {"reference out of range", file({hex("A20105"), hex("1001")}), "out of range"},
+        {"offset into the table", patched(pair, 14, "C8"), "invalid offset"}, {"offset into the header", patched(pair, 14, "03"), "invalid offset"},
+        {"reference too narrow", file(three00, 1, 2), "too small"}, {"reference out of range", file({hex("A20105"), hex("1001")}), "out of range"},
         {"array count 2^60", file({hex("AF13100000000000000001"), hex("1001")}), "past the object table"},
         {"data count 2^60", file({hex("4F131000000000000000")}), "past the object table"},
         {"utf-16 count 2^62", file({hex("6F134000000000000000")}), "past the object table"},
-        {"string runs into the table", file({hex("5561")}), "past the object table"},
-        {"count not an integer", file({hex("AF5141")}), "extended count"},
-        {"integer of 32 bytes", file({hex("15") + QByteArray(32, 1)}), "16 bytes"},
-        {"real of 2 bytes", file({hex("214000")}), "real size"},
-        {"date marker", file({hex("32400000")}), "date"},
-        {"UID above 32 bits", file({hex("840100000000")}), "UID"},
-        {"null object", file({hex("00")}), "marker"},
-        {"set", file({hex("C101"), hex("1001")}), "marker"},
-        {"UTF-8 string marker", file({hex("7161")}), "marker"},
-        {"integer key", file({hex("D10101"), hex("1001")}), "not a string"},
-        {"two arrays in a loop", file({hex("A101"), hex("A100")}), "contains itself"},
+        {"string runs into the table", file({hex("5561")}), "past the object table"}, {"count not an integer", file({hex("AF5141")}), "extended count"},
+        {"integer of 32 bytes", file({hex("15") + QByteArray(32, 1)}), "16 bytes"}, {"real of 2 bytes", file({hex("214000")}), "real size"},
+        {"date marker", file({hex("32400000")}), "date"}, {"UID above 32 bits", file({hex("840100000000")}), "UID"},
+        {"null object", file({hex("00")}), "marker"}, {"set", file({hex("C101"), hex("1001")}), "marker"}, {"UTF-8 string", file({hex("7161")}), "marker"},
+        {"integer key", file({hex("D10101"), hex("1001")}), "not a string"}, {"two arrays in a loop", file({hex("A101"), hex("A100")}), "contains itself"},
     };
     for (const auto& row : rows) {
         QString error;

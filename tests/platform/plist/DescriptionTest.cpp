@@ -23,10 +23,7 @@ TEST(Description, NestedCollectionsStartWithTheirOwnIndentation)
 
 TEST(Description, LeavesAndKeys)
 {
-    const struct {
-        QVariant value;
-        const char* printed;
-    } rows[] = {
+    const struct { QVariant value; const char* printed; } rows[] = {
         {QStringLiteral("Caf\u00e9 \"Deluxe\"\nv2"), "\"Caf\\U00e9 \\\"Deluxe\\\"\\nv2\""}, {QStringLiteral("\u54c8"), "\"\\U54c8\""},
         {QStringLiteral("\U0001F600"), "\"\\Ud83d\\Ude00\""}, {QStringLiteral("a\\b\tc\rd"), "\"a\\\\b\\tc\\rd\""},
         {QStringLiteral("bell\x07" "del\x7f"), "\"bell\\U0007del\\U007f\""}, {QStringLiteral("user_id"), "\"user_id\""},

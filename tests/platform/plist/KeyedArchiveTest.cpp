@@ -80,21 +80,12 @@ TEST(KeyedArchive, MalformedArchivesFailWithAReason)
     EXPECT_TRUE(error.contains(QStringLiteral("nesting"))) << qPrintable(error);
 }
 
-TEST(KeyedArchive, EncoderWritesObjectsInThePlatformsOrder)
+// Nothing the product ships writes keyed archives (the group-feed tests do): it is held to
+// round trips of what the corpus lacks, and to refusing what has no archived form.
+TEST(KeyedArchive, EncoderRoundTrip)
 {
-    // An object gets its UID when first met, its children follow, its class comes after them.
-    const QVariantMap top = plist::readBinary(plist::encodeKeyedArchive(QVariantMap{{"a", QVariantList{QStringLiteral("x")}}}))->toMap();
-    const QVariantList nsArray{QStringLiteral("NSArray"), QStringLiteral("NSObject")};
-    const QVariantList nsMutableDictionary{QStringLiteral("NSMutableDictionary"), QStringLiteral("NSDictionary"), QStringLiteral("NSObject")};
-    EXPECT_EQ(top.value("$objects"), QVariant(QVariantList{QStringLiteral("$null"),
-                                                           QVariantMap{{"$class", uid(6)}, {"NS.keys", QVariantList{uid(2)}}, {"NS.objects", QVariantList{uid(3)}}},
-                                                           QStringLiteral("a"), QVariantMap{{"$class", uid(5)}, {"NS.objects", QVariantList{uid(4)}}}, QStringLiteral("x"),
-                                                           QVariantMap{{"$classname", "NSArray"}, {"$classes", nsArray}},
-                                                           QVariantMap{{"$classname", "NSMutableDictionary"}, {"$classes", nsMutableDictionary}}}));
-    EXPECT_EQ(top.value("$top").toMap().value("root"), uid(1));
-
-    // What the corpus lacks survives the round trip: booleans, reals, data and null.
-    const QVariantMap value{{"beta", true}, {"ratio", 0.25}, {"blob", QByteArray("\x00\x01", 2)}, {"nothing", QVariant::fromValue(nullptr)}};
+    const QVariantMap value{{"beta", true}, {"ratio", 0.25}, {"blob", QByteArray("\x00\x01", 2)}, {"nothing", QVariant::fromValue(nullptr)},
+                            {"nested", QVariantMap{{"list", QVariantList{QStringLiteral("x"), QVariantMap()}}}}};
     EXPECT_EQ(plist::decodeKeyedArchiveDictionary(plist::encodeKeyedArchive(value)), value);
     EXPECT_TRUE(plist::encodeKeyedArchive(QVariantMap{{"bad", QVariant::fromValue(plist::PlistUid{1})}}).isEmpty());
 }

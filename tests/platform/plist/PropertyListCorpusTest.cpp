@@ -99,10 +99,7 @@ TEST(PropertyListCorpus, EveryKeyedArchiveDecodesAndSurvivesReEncoding)
 
 TEST(PlistJson, EachValueTypeKeepsItsTypeAndWhatJsonCannotHoldIsNull)
 {
-    const struct {
-        QVariant value;
-        const char* json;
-    } rows[] = {
+    const struct { QVariant value; const char* json; } rows[] = {
         {true, "[true]"}, {qlonglong(9007199254740993LL), "[9007199254740993]"}, {std::numeric_limits<qlonglong>::min(), "[-9223372036854775808]"},
         {qulonglong(18446744073709551615ull), "[18446744073709552000]"}, {1.6, "[1.6]"}, {std::nan(""), "[null]"},
         {std::numeric_limits<double>::infinity(), "[null]"}, {QVariant(), "[null]"}, {QVariant::fromValue(nullptr), "[null]"},

@@ -25,11 +25,7 @@ static void expectRow(const std::optional<T>& got, const std::optional<T>& expec
 
 TEST(SystemdUnits, CalendarEntriesBecomeOnCalendarValues)
 {
-    const struct {
-        const char* rule;
-        QVariant interval;
-        std::optional<QStringList> expected;
-    } rows[] = {
+    const struct { const char* rule; QVariant interval; std::optional<QStringList> expected; } rows[] = {
         {"a lone dictionary; a missing key is a wildcard", entry({{"Hour", 3}}), QStringList{"*-*-* 03:*:00"}},
         {"weekday 0 and 7 are both Sunday", QVariantList{entry({{"Weekday", 0}, {"Minute", 5}}), entry({{"Weekday", 7}, {"Minute", 5}})}, QStringList{"Sun *-*-* *:05:00"}},
         {"month and day", entry({{"Month", 12}, {"Day", 24}, {"Hour", 18}, {"Minute", 5}}), QStringList{"*-12-24 18:05:00"}},
@@ -50,12 +46,7 @@ TEST(SystemdUnits, CalendarEntriesBecomeOnCalendarValues)
 
 TEST(SystemdUnits, ExecStartKeepsArgvZeroAndQuotesAsSystemdReadsIt)
 {
-    const struct {
-        const char* rule;
-        QString executable;
-        QStringList argv;
-        std::optional<QString> expected;
-    } rows[] = {
+    const struct { const char* rule; QString executable; QStringList argv; std::optional<QString> expected; } rows[] = {
         {"plain words stay bare", "/usr/bin/true", {"true", "-x"}, "@/usr/bin/true true -x"},
         {"spaces are quoted, argv[0] kept", "/A B.app/A", {"A B", "-autocheck"}, "@\"/A B.app/A\" \"A B\" -autocheck"},
         {"percent doubled everywhere, dollar only in arguments", "/opt/100%$/run", {"run", "$HOME", "50%"}, "@/opt/100%%$/run run $$HOME 50%%"},
@@ -71,10 +62,7 @@ TEST(SystemdUnits, ExecStartKeepsArgvZeroAndQuotesAsSystemdReadsIt)
 
 TEST(SystemdUnits, LabelsNameUnitsWithoutLeavingTheFolder)
 {
-    const struct {
-        QString label;
-        std::optional<QString> expected;
-    } rows[] = {
+    const struct { QString label; std::optional<QString> expected; } rows[] = {
         {"com.velmora.SoftwareUpdateAutoCheck", "com.velmora.SoftwareUpdateAutoCheck"}, {QString::fromUtf8("My Job@h\xc3\xb6me-1"), "My\\x20Job\\x40h\\xc3\\xb6me-1"},
         {".hidden", "\\x2ehidden"}, {"a/b", std::nullopt}, {"..", std::nullopt}, {"", std::nullopt}, {"a\nExecStart=/bin/sh", std::nullopt},
         {QString(250, QLatin1Char('j')), std::nullopt},

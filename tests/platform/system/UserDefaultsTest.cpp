@@ -13,10 +13,7 @@
 
 TEST(UserDefaultsArguments, ParsesPairsAsThePlatformDoes)
 {
-    const struct {
-        QStringList args;
-        QVariantMap expected;
-    } rows[] = {
+    const struct { QStringList args; QVariantMap expected; } rows[] = {
         {{"-list", "-checkpath", "/x", "-"}, {{"checkpath", "/x"}}}, // a switch followed by a switch is no pair
         {{"plain", "words", "-", "v"}, {}},
         // values that look like property lists are parsed when they parse; numbers stay strings
@@ -48,8 +45,7 @@ TEST_F(UserDefaultsTest, SearchOrderIsArgumentsThenFileThenRegistrationAndGetter
     const auto defaults = make("com.velmora.test", {"x", "-k", "argument", "-n", " 42abc", "-b", "YES"});
     defaults->registerDefaults({{"k", "registered"}, {"f", 1}, {"r", 7}});
     EXPECT_EQ(defaults->stringForKey("k"), QStringLiteral("argument"));
-    EXPECT_EQ(defaults->integerForKey("f"), 5);
-    EXPECT_EQ(defaults->integerForKey("r"), 7);
+    EXPECT_TRUE(defaults->integerForKey("f") == 5 && defaults->integerForKey("r") == 7);
     defaults->setObject(QStringLiteral("written"), "k");
     EXPECT_EQ(defaults->stringForKey("k"), QStringLiteral("argument")) << "writes never touch the argument domain";
     defaults->removeObjectForKey("f");
@@ -57,14 +53,10 @@ TEST_F(UserDefaultsTest, SearchOrderIsArgumentsThenFileThenRegistrationAndGetter
     EXPECT_FALSE(onDisk("com.velmora.test").contains("r")) << "registration is never written";
 
     defaults->setObject(qlonglong(3), "num");
-    EXPECT_EQ(defaults->integerForKey("n"), 42);
-    EXPECT_TRUE(defaults->boolForKey("b"));
+    EXPECT_TRUE(defaults->integerForKey("n") == 42 && defaults->boolForKey("b") && !defaults->boolForKey("missing"));
     EXPECT_EQ(defaults->stringForKey("num"), QStringLiteral("3"));
-    EXPECT_FALSE(defaults->stringForKey("dict").has_value());
-    EXPECT_FALSE(defaults->dictionaryForKey("num").has_value());
+    EXPECT_FALSE(defaults->stringForKey("dict") || defaults->dictionaryForKey("num") || defaults->integerForKey("dict") != 0);
     EXPECT_EQ(defaults->dictionaryForKey("dict"), (QVariantMap{{"a", qlonglong(1)}}));
-    EXPECT_EQ(defaults->integerForKey("dict"), 0);
-    EXPECT_FALSE(defaults->boolForKey("missing"));
 }
 
 TEST_F(UserDefaultsTest, WritesReachTheFileAtOnceAndMergeWithOtherWriters)
