@@ -1,5 +1,5 @@
 // Keyed archives: a worked archive in both forms, each way an archive can be broken (one edit
-// of the worked archive per row), deep chains, and the encoder's object order.
+// of the worked archive per row), deep chains, and the encoder's round trip.
 #include "platform/plist/PropertyList.h"
 
 #include <QDateTime>

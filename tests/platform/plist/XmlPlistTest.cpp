@@ -19,18 +19,14 @@ TEST(XmlPlist, ReaderRules)
 {
     const QVariant fails;
     const struct { QByteArray xml; QVariant expected; } rows[] = {
-        {"<string> a </string>", QStringLiteral(" a ")}, {"<string/>", QString()},
-        {"<string>a&lt;b&#x41;&#66;&quot;&apos;&amp;</string>", QStringLiteral("a<bAB\"'&")},
-        {"<string>x<![CDATA[<y>&]]>z</string>", QStringLiteral("x<y>&z")}, {"<string>a<!-- no --></string>", fails},
-        {"<string>&nbsp;</string>", fails}, {"<string>&#xD800;</string>", fails},
-        {"<integer> +  12</integer>", qlonglong(12)}, {"<integer>-0x10</integer>", qlonglong(-16)},
-        {"<integer>12 </integer>", fails}, {"<integer></integer>", fails}, {"<integer>1a</integer>", fails},
-        {"<integer>18446744073709551616</integer>", fails}, {"<integer>-9223372036854775809</integer>", fails},
-        {"<real> +1e3</real>", 1000.0}, {"<real>-INF</real>", -std::numeric_limits<double>::infinity()},
-        {"<real>1.5 </real>", fails}, {"<real>0x10</real>", fails},
-        {"<date>2024-01-01T00:00:00Z</date>", QDateTime(QDate(2024, 1, 1), QTime(0, 0), Qt::UTC)},
-        {"<date>2024-01-01T00:00:00.5Z</date>", fails}, {"<date>2024-01-01T00:00:00+01:00</date>", fails},
-        {"<date>2024-13-01T00:00:00Z</date>", fails},
+        {"<string> a </string>", QStringLiteral(" a ")}, {"<string/>", QString()}, {"<string>x<![CDATA[<y>&]]>z</string>", QStringLiteral("x<y>&z")},
+        {"<string>a&lt;b&#x41;&#66;&quot;&apos;&amp;</string>", QStringLiteral("a<bAB\"'&")}, {"<string>a<!-- no --></string>", fails},
+        {"<string>&nbsp;</string>", fails}, {"<string>&#xD800;</string>", fails}, {"<integer> +  12</integer>", qlonglong(12)},
+        {"<integer>-0x10</integer>", qlonglong(-16)}, {"<integer>12 </integer>", fails}, {"<integer></integer>", fails}, {"<integer>1a</integer>", fails},
+        {"<integer>18446744073709551616</integer>", fails}, {"<integer>-9223372036854775809</integer>", fails}, {"<real> +1e3</real>", 1000.0},
+        {"<real>-INF</real>", -std::numeric_limits<double>::infinity()}, {"<real>1.5 </real>", fails}, {"<real>0x10</real>", fails},
+        {"<date>2024-01-01T00:00:00Z</date>", QDateTime(QDate(2024, 1, 1), QTime(0, 0), Qt::UTC)}, {"<date>2024-01-01T00:00:00.5Z</date>", fails},
+        {"<date>2024-01-01T00:00:00+01:00</date>", fails}, {"<date>2024-13-01T00:00:00Z</date>", fails},
         {"<data>SGVs*bG8=\n</data>", QByteArray("Hello")}, // junk outside the alphabet is skipped, as the platform does
         {"<data>SGVsbG8</data>", QByteArray("Hel")},      // an incomplete quartet is dropped
         {"<data>SGVs\xc3\xa9</data>", fails}, {"<true />", true}, {"<true>x</true>", fails}, {"<String>x</String>", fails},
