@@ -63,26 +63,18 @@ enum class Ordering { Ascending = -1, Same = 0, Descending = 1 };
 // string that runs out first is smaller. With caseInsensitive, ASCII letters compare as
 // lower case. Not a version comparator: "11.0" < "11.0.0", "1.01" == "1.1".
 [[nodiscard]] Ordering compareNumeric(const QString& a, const QString& b, bool caseInsensitive = false);
-// Plain UTF-16 code-unit order (the default compare: for ASCII keys).
-[[nodiscard]] Ordering compareLiteral(const QString& a, const QString& b);
 
 // ---- Whitespace and trimming ----
 
-// The whitespace-and-newline set: U+0009-U+000D, U+0020, U+0085, U+00A0, U+1680,
-// U+2000-U+200B, U+2028, U+2029, U+202F, U+205F, U+3000. U+FEFF is not a member.
-[[nodiscard]] bool isWhitespaceOrNewline(QChar c);
-// Removes members of that set from both ends; interior characters are kept.
+// Removes members of the whitespace-and-newline set from both ends (U+0009-U+000D, U+0020,
+// U+0085, U+00A0, U+1680, U+2000-U+200B, U+2028, U+2029, U+202F, U+205F, U+3000; U+FEFF is
+// not a member); interior characters are kept.
 [[nodiscard]] QString trimWhitespaceAndNewlines(const QString& text);
 
-// ---- Plain string tests (exact, no normalisation) ----
+// ---- Plain string tests (no normalisation) ----
 //
-// An empty prefix, suffix or needle never matches: the platform's search finds nothing
-// for an empty string.
-[[nodiscard]] bool hasPrefix(const QString& text, const QString& prefix);
-[[nodiscard]] bool hasSuffix(const QString& text, const QString& suffix);
+// An empty prefix never matches: the platform's search finds nothing for an empty string.
 [[nodiscard]] bool hasPrefixCaseInsensitive(const QString& text, const QString& prefix);
-[[nodiscard]] bool hasSuffixCaseInsensitive(const QString& text, const QString& suffix);
-[[nodiscard]] bool containsCaseInsensitive(const QString& text, const QString& needle);
 [[nodiscard]] bool equalsCaseInsensitive(const QString& a, const QString& b);
 
 // LIKE matching: the whole text must match; "*" is any run (possibly empty), "?" exactly one
@@ -92,6 +84,8 @@ enum class Ordering { Ascending = -1, Same = 0, Descending = 1 };
 // ---- Path helpers (strings; only "/" separates; runs of "/" count as one) ----
 
 [[nodiscard]] QString lastPathComponent(const QString& path);
+// After the last "." of the last component unless that dot is its first or last character;
+// a space, "/" or a bidi control met before any dot means no extension ("v1.2 final"). None: "".
 [[nodiscard]] QString pathExtension(const QString& path);
 [[nodiscard]] QString stringByDeletingPathExtension(const QString& path);
 [[nodiscard]] QString stringByDeletingLastPathComponent(const QString& path);
@@ -106,21 +100,14 @@ enum class Ordering { Ascending = -1, Same = 0, Descending = 1 };
 
 // ---- URL strings ----
 //
-// The last component of the URL's path (scheme, host, query and fragment never count),
-// located in the still-encoded path and then percent-decoded ("%2F" stays inside it).
-// One trailing "/" is ignored; no path gives "", the path "/" gives "/".
-[[nodiscard]] QString urlLastPathComponent(const QString& url);
-// Its extension: after the last "." unless that dot is first or last; a space, "/" or a
-// bidi control met before any dot means no extension. None: "".
-[[nodiscard]] QString urlPathExtension(const QString& url);
 // The strict legality check: printable ASCII 0x21-0x7E only, none of " < > \ ^ ` { | },
 // at most one "#", every "%" followed by two hex digits. A string without a scheme is a
 // valid relative URL. The empty string is invalid (no address to load).
 [[nodiscard]] bool isValidURLString(const QString& url);
-// The URL's path as a file path: the still-encoded path (as above) percent-decoded as UTF-8,
-// "%2F" included, with one trailing "/" dropped unless the path is "/" itself. nullopt when
-// the string fails the strict check above (the platform makes no URL of it) or when the
-// decoded bytes are not UTF-8. "file://localhost/a%20b/" gives "/a b".
+// The URL's path as a file path (scheme, host, parameters, query and fragment never count):
+// the still-encoded path percent-decoded as UTF-8, "%2F" included, with one trailing "/"
+// dropped unless the path is "/" itself. nullopt when the string fails the strict check
+// above (the platform makes no URL of it) or when the decoded bytes are not UTF-8. "file://localhost/a%20b/" gives "/a b".
 [[nodiscard]] std::optional<QString> urlPath(const QString& url);
 
 } // namespace fnd

@@ -2,7 +2,6 @@
 // runs of "/" count as one; a trailing "/" is ignored except for the root itself.
 
 #include "platform/foundation/Foundation.h"
-#include "platform/foundation/PathInternal.h"
 
 namespace fnd {
 
@@ -40,9 +39,8 @@ bool isBidiControl(char16_t u)
         || (u >= 0x2066 && u <= 0x2069);
 }
 
-} // namespace
-
-qsizetype detail::extensionDotIndex(const QString& component)
+// Index of the dot that starts the extension of a single component, or -1.
+qsizetype extensionDotIndex(const QString& component)
 {
     for (qsizetype i = component.size() - 1; i >= 0; --i) {
         const char16_t u = component[i].unicode();
@@ -53,6 +51,8 @@ qsizetype detail::extensionDotIndex(const QString& component)
     }
     return -1;
 }
+
+} // namespace
 
 QString lastPathComponent(const QString& path)
 {
@@ -65,7 +65,7 @@ QString lastPathComponent(const QString& path)
 QString pathExtension(const QString& path)
 {
     const QString last = lastPathComponent(path);
-    const qsizetype dot = detail::extensionDotIndex(last);
+    const qsizetype dot = extensionDotIndex(last);
     return dot < 0 ? QString() : last.mid(dot + 1);
 }
 
@@ -73,7 +73,7 @@ QString stringByDeletingPathExtension(const QString& path)
 {
     const QString stripped = stripTrailingSlashes(path);
     const qsizetype slash = stripped.lastIndexOf(u'/');
-    const qsizetype dot = detail::extensionDotIndex(stripped.mid(slash + 1));
+    const qsizetype dot = extensionDotIndex(stripped.mid(slash + 1));
     return dot < 0 ? stripped : stripped.left(slash + 1 + dot);
 }
 

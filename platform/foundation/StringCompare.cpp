@@ -1,4 +1,5 @@
-// Comparison, whitespace trimming, plain prefix/suffix tests and LIKE matching of strings.
+// Comparison, whitespace trimming, case-insensitive prefix and equality tests and LIKE matching
+// of strings.
 
 #include "platform/foundation/Foundation.h"
 
@@ -24,6 +25,15 @@ quint64 readDigitRun(const QString& s, qsizetype& i)
         ++i;
     }
     return value;
+}
+
+bool isWhitespaceOrNewline(QChar c)
+{
+    const char16_t u = c.unicode();
+    if ((u >= 0x09 && u <= 0x0D) || u == 0x20 || u == 0x85 || u == 0xA0 || u == 0x1680)
+        return true;
+    return (u >= 0x2000 && u <= 0x200B) || u == 0x2028 || u == 0x2029 || u == 0x202F || u == 0x205F
+        || u == 0x3000;
 }
 
 } // namespace
@@ -57,22 +67,6 @@ Ordering compareNumeric(const QString& a, const QString& b, bool caseInsensitive
     return aLeft ? Ordering::Descending : Ordering::Ascending;
 }
 
-Ordering compareLiteral(const QString& a, const QString& b)
-{
-    // QString::compare with case sensitivity orders by UTF-16 code unit.
-    const int c = QString::compare(a, b, Qt::CaseSensitive);
-    return c < 0 ? Ordering::Ascending : (c > 0 ? Ordering::Descending : Ordering::Same);
-}
-
-bool isWhitespaceOrNewline(QChar c)
-{
-    const char16_t u = c.unicode();
-    if ((u >= 0x09 && u <= 0x0D) || u == 0x20 || u == 0x85 || u == 0xA0 || u == 0x1680)
-        return true;
-    return (u >= 0x2000 && u <= 0x200B) || u == 0x2028 || u == 0x2029 || u == 0x202F || u == 0x205F
-        || u == 0x3000;
-}
-
 QString trimWhitespaceAndNewlines(const QString& text)
 {
     qsizetype begin = 0;
@@ -84,29 +78,9 @@ QString trimWhitespaceAndNewlines(const QString& text)
     return text.mid(begin, end - begin);
 }
 
-bool hasPrefix(const QString& text, const QString& prefix)
-{
-    return !prefix.isEmpty() && text.startsWith(prefix, Qt::CaseSensitive);
-}
-
-bool hasSuffix(const QString& text, const QString& suffix)
-{
-    return !suffix.isEmpty() && text.endsWith(suffix, Qt::CaseSensitive);
-}
-
 bool hasPrefixCaseInsensitive(const QString& text, const QString& prefix)
 {
     return !prefix.isEmpty() && text.startsWith(prefix, Qt::CaseInsensitive);
-}
-
-bool hasSuffixCaseInsensitive(const QString& text, const QString& suffix)
-{
-    return !suffix.isEmpty() && text.endsWith(suffix, Qt::CaseInsensitive);
-}
-
-bool containsCaseInsensitive(const QString& text, const QString& needle)
-{
-    return !needle.isEmpty() && text.contains(needle, Qt::CaseInsensitive);
 }
 
 bool equalsCaseInsensitive(const QString& a, const QString& b)

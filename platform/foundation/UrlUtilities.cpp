@@ -1,11 +1,10 @@
-// Path components of URL strings and the strict legality check of URL strings.
+// The path of URL strings and the strict legality check of URL strings.
 //
 // URLs are split the RFC 1808 way: scheme ":" then "//authority", then the path up to the
 // first ";" (parameters), "?" (query) or "#" (fragment). Parameters, query and fragment
-// never contribute to the path's components, so "file.zip;jsessionid=1" ends in "file.zip".
+// never contribute to the path, so "file.zip;jsessionid=1" ends in "file.zip".
 
 #include "platform/foundation/Foundation.h"
-#include "platform/foundation/PathInternal.h"
 
 #include <QStringDecoder>
 
@@ -49,34 +48,7 @@ bool isHexDigit(QChar c)
     return (u >= u'0' && u <= u'9') || (u >= u'a' && u <= u'f') || (u >= u'A' && u <= u'F');
 }
 
-// Percent-decodes as UTF-8. Bytes that do not form UTF-8 leave the text encoded, so a
-// caller never sees replacement characters standing in for what the server sent.
-QString percentDecoded(const QString& encoded)
-{
-    const QByteArray bytes = QByteArray::fromPercentEncoding(encoded.toUtf8());
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder.decode(bytes);
-    return decoder.hasError() ? encoded : text;
-}
-
 } // namespace
-
-QString urlLastPathComponent(const QString& url)
-{
-    QString path = encodedPath(url);
-    if (path.isEmpty() || path == QStringLiteral("/"))
-        return path;
-    if (path.endsWith(u'/'))
-        path.chop(1);
-    return percentDecoded(path.mid(path.lastIndexOf(u'/') + 1));
-}
-
-QString urlPathExtension(const QString& url)
-{
-    const QString last = urlLastPathComponent(url);
-    const qsizetype dot = detail::extensionDotIndex(last);
-    return dot < 0 ? QString() : last.mid(dot + 1);
-}
 
 std::optional<QString> urlPath(const QString& url)
 {

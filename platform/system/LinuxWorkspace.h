@@ -32,10 +32,6 @@ public:
     // not packages themselves (suites install into a folder of their own), in name order. The
     // first whose CFBundleIdentifier equals the identifier, ignoring case, wins.
     std::optional<QString> fullPathForApplication(const QString& bundleIdentifier) override;
-
-    // The name recycle() gives `name` in `trashFolder`: the name itself when free, else
-    // "<base> 2.<ext>", "<base> 3.<ext>", ... (exposed for tests).
-    static QString uniqueTrashName(const QString& trashFolder, const QString& name, int attempt);
 };
 
 } // namespace sys

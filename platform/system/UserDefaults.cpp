@@ -160,25 +160,12 @@ bool UserDefaults::boolForKey(const QString& key) const
     return fnd::boolValue(objectForKey(key));
 }
 
-double UserDefaults::doubleForKey(const QString& key) const
-{
-    return fnd::doubleValue(objectForKey(key));
-}
-
 std::optional<QVariantMap> UserDefaults::dictionaryForKey(const QString& key) const
 {
     const QVariant value = objectForKey(key);
     if (value.typeId() != QMetaType::QVariantMap)
         return std::nullopt;
     return value.toMap();
-}
-
-std::optional<QVariantList> UserDefaults::arrayForKey(const QString& key) const
-{
-    const QVariant value = objectForKey(key);
-    if (value.typeId() != QMetaType::QVariantList)
-        return std::nullopt;
-    return value.toList();
 }
 
 std::optional<QDateTime> UserDefaults::dateForKey(const QString& key) const

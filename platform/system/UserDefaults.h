@@ -49,9 +49,7 @@ public:
     // 0 / false when missing or of another type.
     qlonglong integerForKey(const QString& key) const;
     bool boolForKey(const QString& key) const;
-    double doubleForKey(const QString& key) const;
     std::optional<QVariantMap> dictionaryForKey(const QString& key) const;
-    std::optional<QVariantList> arrayForKey(const QString& key) const;
     std::optional<QDateTime> dateForKey(const QString& key) const;
 
     // Sets a persistent value (an invalid QVariant removes the key, as nil does).

@@ -106,14 +106,9 @@ const QSet<QString>& packageExtensions()
     return extensions;
 }
 
-} // namespace
-
-std::unique_ptr<Workspace> makePlatformWorkspace()
-{
-    return std::make_unique<LinuxWorkspace>();
-}
-
-QString LinuxWorkspace::uniqueTrashName(const QString& trashFolder, const QString& name, int attempt)
+// The name recycle() gives `name` in `trashFolder`: the name itself when free, else
+// "<base> 2.<ext>", "<base> 3.<ext>", ...
+QString uniqueTrashName(const QString& trashFolder, const QString& name, int attempt)
 {
     if (attempt <= 1)
         return trashFolder + QLatin1Char('/') + name;
@@ -123,6 +118,13 @@ QString LinuxWorkspace::uniqueTrashName(const QString& trashFolder, const QStrin
     const QString base = hasExtension ? name.left(dot) : name;
     const QString extension = hasExtension ? name.mid(dot) : QString();
     return trashFolder + QLatin1Char('/') + base + QLatin1Char(' ') + QString::number(attempt) + extension;
+}
+
+} // namespace
+
+std::unique_ptr<Workspace> makePlatformWorkspace()
+{
+    return std::make_unique<LinuxWorkspace>();
 }
 
 bool LinuxWorkspace::recycle(const QString& sourceFolder, const QString& trashFolder, const QString& name)

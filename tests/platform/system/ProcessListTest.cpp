@@ -1,50 +1,14 @@
+// The process table as applications (the fake ones run a copy of sleep): names, identifiers and
+// every process of a bundle, and the polite quit reaching only the bundle path asked for.
 #include "platform/system/ProcessList.h"
 #include "support/ChildProcess.h"
-#include "support/FixturePlist.h"
+#include "support/Sandbox.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
-#include <QTemporaryDir>
-#include <QThread>
 #include <gtest/gtest.h>
 
-namespace {
-
-// A fake application: /bin/sleep copied into <name>.app/Contents/MacOS/.
-class FakeApplication {
-public:
-    FakeApplication(const QString& folder, const QString& name, const QVariantMap& info)
-        : path_(folder + QLatin1Char('/') + name + QStringLiteral(".app")),
-          executable_(path_ + QStringLiteral("/Contents/MacOS/") + name)
-    {
-        QDir().mkpath(path_ + QStringLiteral("/Contents/MacOS"));
-        ok_ = QFile::exists(executable_) || QFile::copy(QStringLiteral("/bin/sleep"), executable_);
-        QFile(executable_).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        if (!info.isEmpty()) {
-            QFile file(path_ + QStringLiteral("/Contents/Info.plist"));
-            ok_ = ok_ && file.open(QIODevice::WriteOnly) && file.write(vltest::fixturePlistXml(info)) > 0;
-        }
-    }
-
-    bool start()
-    {
-        return ok_ && process_.start(executable_, {QStringLiteral("60")});
-    }
-
-    QString path() const { return path_; }
-    QString executable() const { return executable_; }
-    vltest::ChildProcess& process() { return process_; }
-
-private:
-    QString path_;
-    QString executable_;
-    bool ok_ = false;
-    vltest::ChildProcess process_;
-};
-
-std::optional<sys::RunningApplication> find(const QString& path)
+static std::optional<sys::RunningApplication> find(const QString& path)
 {
     for (const auto& app : sys::launchedApplications()) {
         if (app.path == path)
@@ -53,50 +17,32 @@ std::optional<sys::RunningApplication> find(const QString& path)
     return std::nullopt;
 }
 
-TEST(ProcessList, ListsBundleApplicationsWithNameIdentifierAndProcesses)
+TEST(ProcessList, ApplicationsAreFoundByTheirBundlesAndOnlyTheOneAskedForIsTerminated)
 {
-    QTemporaryDir dir;
-    FakeApplication named(dir.path(), QStringLiteral("Tessel"),
-                          {{QStringLiteral("CFBundleName"), QStringLiteral("Tessel Pro")},
-                           {QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.velmora.Tessel")}});
-    FakeApplication bare(dir.path(), QStringLiteral("Bare"), {});
-    ASSERT_TRUE(named.start());
-    ASSERT_TRUE(bare.start());
-    FakeApplication second(dir.path(), QStringLiteral("Tessel"), {});
-    ASSERT_TRUE(second.start()) << "a second copy of the same bundle";
+    vltest::Sandbox box;
+    const QString tessel = box.createBundle({.path = box.tmpPath("Tessel.app"), .identifier = "com.velmora.Tessel", .extraInfo = {{"CFBundleName", "Tessel Pro"}}});
+    const QString bare = box.createBundle({.path = box.tmpPath("a/Bare.app")});
+    const QString bystander = box.createBundle({.path = box.tmpPath("b/Bare.app")});
+    ASSERT_TRUE(QFile::remove(bare + "/Contents/Info.plist"));
+    vltest::ChildProcess named, second, bareRun, bystanderRun;
+    ASSERT_TRUE(named.start(tessel + "/Contents/MacOS/Tessel", {"60"}) && second.start(tessel + "/Contents/MacOS/Tessel", {"60"}));
+    ASSERT_TRUE(bareRun.start(bare + "/Contents/MacOS/Bare", {"60"}) && bystanderRun.start(bystander + "/Contents/MacOS/Bare", {"60"}));
 
-    const auto tessel = find(named.path());
-    ASSERT_TRUE(tessel.has_value());
-    EXPECT_EQ(tessel->name, QStringLiteral("Tessel Pro"));
-    EXPECT_EQ(tessel->identifier, QStringLiteral("com.velmora.Tessel"));
-    EXPECT_EQ(tessel->pids, (QList<pid_t>{named.process().pid(), second.process().pid()}));
+    const auto app = find(tessel);
+    ASSERT_TRUE(app.has_value());
+    EXPECT_EQ(app->name, QStringLiteral("Tessel Pro"));
+    EXPECT_EQ(app->identifier, QStringLiteral("com.velmora.Tessel"));
+    EXPECT_EQ(app->pids, (QList<pid_t>{named.pid(), second.pid()})) << "one entry for both copies";
+    const auto bareApp = find(bare);
+    EXPECT_TRUE(bareApp && bareApp->name == QStringLiteral("Bare") && bareApp->identifier.isEmpty()) << "without Info.plist: the folder's name, no identifier";
+    EXPECT_TRUE(sys::processExecutablePaths().contains(bare + "/Contents/MacOS/Bare"));
+    EXPECT_FALSE(find(QCoreApplication::applicationDirPath()).has_value()) << "this test is in no bundle";
 
-    const auto bareApp = find(bare.path());
-    ASSERT_TRUE(bareApp.has_value());
-    EXPECT_EQ(bareApp->name, QStringLiteral("Bare"));
-    EXPECT_EQ(bareApp->identifier, QString());
-
-    EXPECT_TRUE(sys::processExecutablePaths().contains(bare.executable()));
-    // This test binary is not inside a bundle, so it is no application.
-    EXPECT_FALSE(find(QCoreApplication::applicationDirPath()).has_value());
+    EXPECT_EQ(sys::sendTerminate(box.tmpPath("a/Nothing.app")), 0);
+    EXPECT_EQ(sys::sendTerminate(bare), 1);
+    ASSERT_TRUE(bareRun.waitForFinished(10000));
+    EXPECT_TRUE(bareRun.crashed()) << "ended by a signal";
+    EXPECT_TRUE(bystanderRun.isRunning()) << "the same name in another folder";
+    EXPECT_FALSE(find(bare).has_value());
+    EXPECT_TRUE(find(bystander).has_value());
 }
-
-TEST(ProcessList, TerminateReachesOnlyTheGivenBundle)
-{
-    QTemporaryDir dir;
-    FakeApplication target(dir.path(), QStringLiteral("Target"), {});
-    QTemporaryDir otherDir;
-    FakeApplication bystander(otherDir.path(), QStringLiteral("Target"), {});
-    ASSERT_TRUE(target.start());
-    ASSERT_TRUE(bystander.start());
-
-    EXPECT_EQ(sys::sendTerminate(dir.path() + QStringLiteral("/Nothing.app")), 0);
-    EXPECT_EQ(sys::sendTerminate(target.path()), 1);
-    ASSERT_TRUE(target.process().waitForFinished(5000));
-    EXPECT_TRUE(target.process().crashed()) << "ended by a signal";
-    EXPECT_TRUE(bystander.process().isRunning());
-    EXPECT_FALSE(find(target.path()).has_value());
-    EXPECT_TRUE(find(bystander.path()).has_value());
-}
-
-} // namespace

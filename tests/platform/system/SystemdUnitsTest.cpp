@@ -1,16 +1,12 @@
 // The systemd units made from launchd job dictionaries: calendar entries, ExecStart= quoting and
-// unit names, one row per rule.
+// unit names, one row per rule. The weekly job as the updater writes it is proven by VLLaunchd.
 #include "platform/system/SystemdUnits.h"
 
-#include <QVariantList>
-#include <QVariantMap>
 #include <gtest/gtest.h>
-
-namespace {
 
 using namespace sys::systemd;
 
-QVariantMap entry(std::initializer_list<std::pair<const char*, QVariant>> values)
+static QVariantMap entry(std::initializer_list<std::pair<const char*, int>> values)
 {
     QVariantMap map;
     for (const auto& [key, value] : values)
@@ -18,123 +14,73 @@ QVariantMap entry(std::initializer_list<std::pair<const char*, QVariant>> values
     return map;
 }
 
+template <typename T>
+static void expectRow(const std::optional<T>& got, const std::optional<T>& expected, const char* rule)
+{
+    ASSERT_EQ(got.has_value(), expected.has_value()) << rule;
+    if (got) {
+        EXPECT_EQ(*got, *expected) << rule;
+    }
+}
+
 TEST(SystemdUnits, CalendarEntriesBecomeOnCalendarValues)
 {
-    struct Row {
-        const char* rule;
-        QVariant interval;
-        QStringList expected; // empty: refused
+    const struct { const char* rule; QVariant interval; std::optional<QStringList> expected; } rows[] = {
+        {"a lone dictionary; a missing key is a wildcard", entry({{"Hour", 3}}), QStringList{"*-*-* 03:*:00"}},
+        {"weekday 0 and 7 are both Sunday", QVariantList{entry({{"Weekday", 0}, {"Minute", 5}}), entry({{"Weekday", 7}, {"Minute", 5}})}, QStringList{"Sun *-*-* *:05:00"}},
+        {"month and day", entry({{"Month", 12}, {"Day", 24}, {"Hour", 18}, {"Minute", 5}}), QStringList{"*-12-24 18:05:00"}},
+        {"day or weekday, as crontab", entry({{"Day", 1}, {"Weekday", 5}, {"Month", 3}, {"Hour", 8}}), QStringList{"Fri *-03-* 08:*:00", "*-03-01 08:*:00"}},
+        {"an empty entry runs every minute", entry({}), QStringList{"*-*-* *:*:00"}},
+        {"hour out of range", entry({{"Hour", 24}}), std::nullopt},
+        {"a name instead of a number", QVariantMap{{"Weekday", "Mon"}}, std::nullopt},
+        {"an entry that is not a dictionary", QVariantList{entry({{"Hour", 1}}), 7}, std::nullopt},
+        {"neither dictionary nor list", QStringLiteral("weekly"), std::nullopt},
     };
-    const Row rows[] = {
-        {"weekly list of one entry", QVariantList{entry({{"Weekday", 1}, {"Hour", 9}, {"Minute", 0}})},
-         {QStringLiteral("Mon *-*-* 09:00:00")}},
-        {"a lone dictionary; a missing key is a wildcard", entry({{"Hour", 3}}), {QStringLiteral("*-*-* 03:*:00")}},
-        {"weekday 0 and 7 are both Sunday", QVariantList{entry({{"Weekday", 0}, {"Minute", 5}}), entry({{"Weekday", 7}, {"Minute", 5}})},
-         {QStringLiteral("Sun *-*-* *:05:00")}},
-        {"month and day", entry({{"Month", 12}, {"Day", 24}, {"Hour", 18}, {"Minute", 5}}), {QStringLiteral("*-12-24 18:05:00")}},
-        {"day or weekday, as crontab", entry({{"Day", 1}, {"Weekday", 5}, {"Month", 3}, {"Hour", 8}}),
-         {QStringLiteral("Fri *-03-* 08:*:00"), QStringLiteral("*-03-01 08:*:00")}},
-        {"an empty entry runs every minute", entry({}), {QStringLiteral("*-*-* *:*:00")}},
-        {"hour out of range", entry({{"Hour", 24}}), {}},
-        {"a name instead of a number", entry({{"Weekday", QStringLiteral("Mon")}}), {}},
-        {"an entry that is not a dictionary", QVariantList{entry({{"Hour", 1}}), 7}, {}},
-        {"neither dictionary nor list", QStringLiteral("weekly"), {}},
-    };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         QString error;
         const std::optional<QStringList> lines = onCalendarLines(row.interval, &error);
-        if (row.expected.isEmpty()) {
-            EXPECT_FALSE(lines.has_value()) << row.rule;
-            EXPECT_FALSE(error.isEmpty()) << row.rule;
-            continue;
-        }
-        ASSERT_TRUE(lines.has_value()) << row.rule << ": " << error.toStdString();
-        EXPECT_EQ(*lines, row.expected) << row.rule << ": " << lines->join(QLatin1Char('|')).toStdString();
+        expectRow(lines, row.expected, row.rule);
+        EXPECT_EQ(error.isEmpty(), lines.has_value()) << row.rule;
     }
 }
 
 TEST(SystemdUnits, ExecStartKeepsArgvZeroAndQuotesAsSystemdReadsIt)
 {
-    struct Row {
-        const char* rule;
-        QString executable;
-        QStringList argv;
-        const char* expected; // nullptr: refused
+    const struct { const char* rule; QString executable; QStringList argv; std::optional<QString> expected; } rows[] = {
+        {"plain words stay bare", "/usr/bin/true", {"true", "-x"}, "@/usr/bin/true true -x"},
+        {"spaces are quoted, argv[0] kept", "/A B.app/A", {"A B", "-autocheck"}, "@\"/A B.app/A\" \"A B\" -autocheck"},
+        {"percent doubled everywhere, dollar only in arguments", "/opt/100%$/run", {"run", "$HOME", "50%"}, "@/opt/100%%$/run run $$HOME 50%%"},
+        {"quotes and backslashes escaped", "/bin/echo", {"a\"b", "c\\d", "it's"}, "@/bin/echo \"a\\\"b\" \"c\\\\d\" \"it's\""},
+        {"empty word and lone semicolon", "/bin/echo", {"", ";", ";x"}, "@/bin/echo \"\" \";\" ;x"},
+        {"control characters as C escapes", "/bin/echo", {"a\nb\tc\x01"}, "@/bin/echo \"a\\nb\\tc\\x01\""},
+        {"relative program", "bin/tool", {"tool"}, std::nullopt},
+        {"control character in the program", "/bin/a\nb", {"a"}, std::nullopt},
     };
-    const Row rows[] = {
-        {"plain words stay bare", QStringLiteral("/usr/bin/true"), {QStringLiteral("true"), QStringLiteral("-x")},
-         "@/usr/bin/true true -x"},
-        {"spaces are quoted, argv[0] kept", QStringLiteral("/Applications/A B.app/Contents/MacOS/A"),
-         {QStringLiteral("A B"), QStringLiteral("-autocheck")}, "@\"/Applications/A B.app/Contents/MacOS/A\" \"A B\" -autocheck"},
-        {"percent doubled everywhere, dollar only in arguments", QStringLiteral("/opt/100%$/run"),
-         {QStringLiteral("run"), QStringLiteral("$HOME"), QStringLiteral("50%")}, "@/opt/100%%$/run run $$HOME 50%%"},
-        {"quotes and backslashes escaped", QStringLiteral("/bin/echo"),
-         {QStringLiteral("a\"b"), QStringLiteral("c\\d"), QStringLiteral("it's")}, "@/bin/echo \"a\\\"b\" \"c\\\\d\" \"it's\""},
-        {"empty word and lone semicolon", QStringLiteral("/bin/echo"), {QString(), QStringLiteral(";"), QStringLiteral(";x")},
-         "@/bin/echo \"\" \";\" ;x"},
-        {"control characters as C escapes", QStringLiteral("/bin/echo"), {QStringLiteral("a\nb\tc\x01")},
-         "@/bin/echo \"a\\nb\\tc\\x01\""},
-        {"relative program", QStringLiteral("bin/tool"), {QStringLiteral("tool")}, nullptr},
-        {"control character in the program", QStringLiteral("/bin/a\nb"), {QStringLiteral("a")}, nullptr},
-    };
-    for (const Row& row : rows) {
-        const std::optional<QString> value = execStartValue(row.executable, row.argv);
-        if (!row.expected) {
-            EXPECT_FALSE(value.has_value()) << row.rule;
-            continue;
-        }
-        ASSERT_TRUE(value.has_value()) << row.rule;
-        EXPECT_EQ(value->toStdString(), row.expected) << row.rule;
-    }
+    for (const auto& row : rows)
+        expectRow(execStartValue(row.executable, row.argv), row.expected, row.rule);
 }
 
 TEST(SystemdUnits, LabelsNameUnitsWithoutLeavingTheFolder)
 {
-    struct Row {
-        QString label;
-        const char* expected; // nullptr: refused
+    const struct { QString label; std::optional<QString> expected; } rows[] = {
+        {"com.velmora.SoftwareUpdateAutoCheck", "com.velmora.SoftwareUpdateAutoCheck"}, {QString::fromUtf8("My Job@h\xc3\xb6me-1"), "My\\x20Job\\x40h\\xc3\\xb6me-1"},
+        {".hidden", "\\x2ehidden"}, {"a/b", std::nullopt}, {"..", std::nullopt}, {"", std::nullopt}, {"a\nExecStart=/bin/sh", std::nullopt},
+        {QString(250, QLatin1Char('j')), std::nullopt},
     };
-    const Row rows[] = {
-        {QStringLiteral("com.velmora.SoftwareUpdateAutoCheck"), "com.velmora.SoftwareUpdateAutoCheck"},
-        {QStringLiteral("My Job@h\u00f6me-1"), "My\\x20Job\\x40h\\xc3\\xb6me-1"},
-        {QStringLiteral(".hidden"), "\\x2ehidden"},
-        {QStringLiteral("a/b"), nullptr},
-        {QStringLiteral(".."), nullptr},
-        {QString(), nullptr},
-        {QStringLiteral("a\nExecStart=/bin/sh"), nullptr},
-        {QString(250, QLatin1Char('j')), nullptr},
-    };
-    for (const Row& row : rows) {
-        const std::optional<QString> name = unitNameForLabel(row.label);
-        if (!row.expected) {
-            EXPECT_FALSE(name.has_value()) << row.label.toStdString();
-            continue;
-        }
-        ASSERT_TRUE(name.has_value()) << row.label.toStdString();
-        EXPECT_EQ(name->toStdString(), row.expected);
-    }
+    for (const auto& row : rows)
+        expectRow(unitNameForLabel(row.label), row.expected, qPrintable(row.label));
 }
 
 TEST(SystemdUnits, JobWithoutCalendarIsEnabledItself)
 {
-    const QVariantMap job{{QStringLiteral("Label"), QStringLiteral("com.velmora.Agent")},
-                          {QStringLiteral("ProgramArguments"), QVariantList{QStringLiteral("/usr/bin/agent"), QStringLiteral("--serve")}}};
-    const std::optional<JobUnits> user = unitsForJob(job, Manager::User);
-    ASSERT_TRUE(user.has_value());
-    EXPECT_FALSE(user->timer.has_value());
+    const QVariantMap job{{"Label", "com.velmora.Agent"}, {"ProgramArguments", QVariantList{"/usr/bin/agent", "--serve"}}};
+    const JobUnits user = unitsForJob(job, Manager::User).value_or(JobUnits{.timer = QString()});
+    EXPECT_FALSE(user.timer.has_value());
     // Without Program, ProgramArguments[0] is both the executable and argv[0].
-    EXPECT_TRUE(user->service.contains(QStringLiteral("\nExecStart=@/usr/bin/agent /usr/bin/agent --serve\n")));
-    EXPECT_TRUE(user->service.endsWith(QStringLiteral("[Install]\nWantedBy=default.target\n")));
-    const std::optional<JobUnits> machine = unitsForJob(job, Manager::System);
-    ASSERT_TRUE(machine.has_value());
-    EXPECT_TRUE(machine->service.endsWith(QStringLiteral("[Install]\nWantedBy=multi-user.target\n")));
-
+    EXPECT_TRUE(user.service.contains("\nExecStart=@/usr/bin/agent /usr/bin/agent --serve\n"));
+    EXPECT_TRUE(user.service.endsWith("[Install]\nWantedBy=default.target\n"));
+    EXPECT_TRUE(unitsForJob(job, Manager::System).value_or(JobUnits()).service.endsWith("[Install]\nWantedBy=multi-user.target\n"));
     QString error;
-    EXPECT_FALSE(unitsForJob({{QStringLiteral("Label"), QStringLiteral("x")}}, Manager::User, &error).has_value());
-    EXPECT_FALSE(error.isEmpty()) << "no program";
-    QVariantMap numbers = job;
-    numbers.insert(QStringLiteral("ProgramArguments"), QVariantList{QStringLiteral("/bin/a"), 3});
-    EXPECT_FALSE(unitsForJob(numbers, Manager::User).has_value()) << "a number among the arguments";
+    EXPECT_FALSE(unitsForJob({{"Label", "x"}}, Manager::User, &error) || error.isEmpty()) << "no program";
+    EXPECT_FALSE(unitsForJob({{"Label", "x"}, {"ProgramArguments", QVariantList{"/bin/a", 3}}}, Manager::User)) << "a number among the arguments";
 }
-
-} // namespace
