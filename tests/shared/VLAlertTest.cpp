@@ -80,20 +80,26 @@ private:
 
 TEST_F(VLAlertTest, BlockingCallReturnsThePressedButtonOnAndOffTheMainThread)
 {
+    QObject window;
     for (const bool onMainThread : {true, false}) {
-        SCOPED_TRACE(onMainThread ? "main thread" : "worker thread");
+        SCOPED_TRACE(onMainThread ? "main thread" : "worker thread, the parent already shows a sheet");
+        if (!onMainThread)
+            presenter().windowsWithSheet.insert(&window);
         // Answered from the event loop: the wait must keep the main thread's events flowing.
         presenter().script(When::Later, VLAlert::alternateReturn);
         const auto object = VLAlert::create();
         int code = 99;
         if (onMainThread)
-            code = blockingAlert(nullptr, object);
+            code = blockingAlert(&window, object);
         else
-            vltest::runOffMainThread([&] { code = blockingAlert(nullptr, object); });
+            vltest::runOffMainThread([&] { code = blockingAlert(&window, object); });
         EXPECT_EQ(code, VLAlert::alternateReturn);
         ASSERT_FALSE(presenter().alerts.isEmpty());
         const auto& shown = *presenter().alerts.last();
         EXPECT_TRUE(shown.beganOnMainThread);
+        // A parent that already shows a sheet gets a free-standing alert.
+        EXPECT_EQ(shown.window, onMainThread ? &window : nullptr);
+        EXPECT_EQ(object->parentWindow(), onMainThread ? &window : nullptr);
         // The texts are shown as they stand: no format is applied.
         EXPECT_EQ(QStringList({shown.messageText, shown.informativeText, shown.defaultButton, shown.otherButton}),
                   QStringList({QStringLiteral("Disk 100% full"), QStringLiteral("Copied %d of %@ files"), QString(), QStringLiteral("Later")}));
@@ -101,6 +107,7 @@ TEST_F(VLAlertTest, BlockingCallReturnsThePressedButtonOnAndOffTheMainThread)
         EXPECT_TRUE(object->alertEnded());
         EXPECT_EQ(object->alert(), nullptr); // let go once closed
     }
+    EXPECT_EQ(presenter().broughtToFront, QList<QObject*>{&window}); // only the parent the sheet went on
 }
 
 TEST_F(VLAlertTest, TimedAlertAnswersWithTheDefaultButtonUnlessTheUserIsFirst)
@@ -142,24 +149,6 @@ TEST_F(VLAlertTest, NonBlockingCallsReturnMinusOneAndTheAnswerGoesToTheDelegate)
                                                  nullptr, &delegate, QStringLiteral("missing:"), false),
               VLAlert::alternateReturn);
     EXPECT_EQ(delegate.ends.size(), 1);
-}
-
-TEST_F(VLAlertTest, AParentThatAlreadyShowsASheetGetsAFreeStandingAlert)
-{
-    QObject window;
-    for (const bool hasSheet : {false, true}) {
-        SCOPED_TRACE(hasSheet ? "parent shows a sheet" : "free parent");
-        presenter().broughtToFront.clear();
-        if (hasSheet)
-            presenter().windowsWithSheet.insert(&window);
-        presenter().script(When::AtOnce);
-        const auto object = VLAlert::create();
-        EXPECT_EQ(blockingAlert(&window, object), VLAlert::defaultReturn);
-        QObject* const expected = hasSheet ? nullptr : &window;
-        EXPECT_EQ(presenter().alerts.last()->window, expected);
-        EXPECT_EQ(object->parentWindow(), expected);
-        EXPECT_EQ(presenter().broughtToFront, hasSheet ? QList<QObject*>() : QList<QObject*>{&window});
-    }
 }
 
 TEST_F(VLAlertTest, SuppressionBoxIsBoundToTheUserDefault)

@@ -68,15 +68,8 @@ QByteArray readText(const QString& path)
 
 TEST(VLLogLines, EscapingFormattingAndTrimming)
 {
-    const std::pair<const char*, const char*> escapes[] = {
-        {"50% done", "50%% done"},
-        {"%.%,%!%-%;%:%+", "%%.%%,%%!%%-%%;%%:%%+"},
-        {"already 100%% ok", "already 100%% ok"}, // "%% " would become "%%% ", folded back
-        {"%@ %i %li %s %0.2f %%", "%@ %i %li %s %0.2f %%"},
-    };
-    for (const auto& [text, escaped] : escapes)
-        EXPECT_EQ(VLLog::escapeTextForLogging(QString::fromUtf8(text)), QString::fromUtf8(escaped)) << text;
-
+    // Percent signs followed by punctuation print literally; an escaped one is folded back.
+    EXPECT_EQ(VLLog::escapeTextForLogging(QStringLiteral("100%% ok, 5%; %@ %i")), QStringLiteral("100%% ok, 5%%; %@ %i"));
     LogFixture log;
     VLLog::appendLog(QStringLiteral("50% of %@, 10%. %i"), QStringLiteral("files"), 7);
     VLLog::appendLog(QStringLiteral("  \n\t padded line \r\n"));

@@ -1,5 +1,4 @@
 #include "shared/VLTaskEx.h"
-#include "shared/VLTaskExCapture.h"
 #include "support/LogFixture.h"
 #include "support/StdoutCapture.h"
 
@@ -13,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <mutex>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,35 +44,6 @@ protected:
     LogFixture log_;
 };
 
-TEST(CaptureLoop, PassRulesAndResultChoice)
-{
-    struct Case {
-        std::deque<QByteArray> output, errors;
-        bool captureOutput, captureErrors;
-        QByteArrayList expected; // output, errors, result
-    };
-    const Case cases[] = {
-        {{"a", "b"}, {}, true, true, {"ab", "", "ab"}},
-        {{}, {"e1", "e2"}, true, true, {"", "e1e2", "e1e2"}},
-        // Errors read before output are appended again in every output-only pass.
-        {{"", "o1", "o2"}, {"E"}, true, true, {"o1o2", "EEE", "o1o2"}},
-        {{"never"}, {"e"}, false, true, {"", "e", "e"}},
-        {{"o"}, {"never"}, true, false, {"o", "", "o"}},
-    };
-    for (Case c : cases) {
-        const auto next = [](std::deque<QByteArray>& chunks) {
-            return [&chunks] {
-                QByteArray chunk;
-                if (!chunks.empty())
-                    chunk = chunks.front(), chunks.pop_front();
-                return chunk;
-            };
-        };
-        const vltask::Capture capture = vltask::runCaptureLoop(next(c.output), next(c.errors), c.captureOutput, c.captureErrors);
-        EXPECT_EQ((QByteArrayList{capture.output, capture.errors, capture.result()}), c.expected) << c.expected.join('|').constData();
-    }
-}
-
 TEST_F(TaskExTest, CaptureFromRealChildren)
 {
     EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("none"), "exit 3")), QByteArray("")); // not a failure
@@ -97,6 +66,7 @@ TEST_F(TaskExTest, CaptureFromRealChildren)
     });
     EXPECT_EQ(data, QByteArray("err"));
     EXPECT_EQ(printed, QByteArray("visible"));
+    EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("errors"), "printf err >&2"), {}, nullptr, std::nullopt, true, false), QByteArray(""));
 }
 
 TEST_F(TaskExTest, RefusalsLaunchFailuresAndExitStatus)
@@ -177,42 +147,38 @@ TEST_F(TaskExTest, ATimerWhoseCallReturnedStillPerformsTimeout)
     EXPECT_EQ(child->terminationStatus(), SIGTERM);
 }
 
-TEST_F(TaskExTest, AsyncDeliversChunksOffTheMainThreadThenOneEmptyDelivery)
+TEST_F(TaskExTest, AsyncDeliversChunksOffTheMainThreadThenOneEmptyDeliveryAndTerminates)
 {
-    for (const QByteArray& body : {QByteArray("exit 0"), QByteArray("printf one; sleep 0.2; printf two")}) {
-        std::mutex mutex;
-        QByteArray all;
-        int empty = 0;
-        QVariant object;
-        bool onMainThread = false;
-        auto task = VLTaskEx::create();
-        task->asyncDataFromTask(script(QStringLiteral("async"), body), {}, [&](const QByteArray& chunk, VLTaskEx&, const QVariant& context) {
-            const std::lock_guard lock(mutex);
-            all += chunk;
-            empty += chunk.isEmpty() ? 1 : 0;
-            object = context;
-            onMainThread = onMainThread || QThread::currentThread() == QCoreApplication::instance()->thread();
-        }, QStringLiteral("context"));
-        ASSERT_TRUE(waitFor([&] {
-            const std::lock_guard lock(mutex);
-            return empty > 0;
-        })) << body.constData();
-        QThread::msleep(200); // room for a second empty delivery
+    std::mutex mutex;
+    QByteArray all;
+    int empty = 0;
+    QVariant object;
+    bool onMainThread = false;
+    auto task = VLTaskEx::create();
+    task->asyncDataFromTask(script(QStringLiteral("async"), "printf one; sleep 0.2; printf two"), {}, [&](const QByteArray& chunk, VLTaskEx&, const QVariant& context) {
+        const std::lock_guard lock(mutex);
+        all += chunk;
+        empty += chunk.isEmpty() ? 1 : 0;
+        object = context;
+        onMainThread = onMainThread || QThread::currentThread() == QCoreApplication::instance()->thread();
+    }, QStringLiteral("context"));
+    const auto ended = [&] {
+        const std::lock_guard lock(mutex);
+        return empty > 0;
+    };
+    ASSERT_TRUE(waitFor(ended));
+    QThread::msleep(200); // room for a second empty delivery
+    {
         const std::lock_guard lock(mutex);
         EXPECT_EQ(empty, 1);
-        EXPECT_EQ(all, body.startsWith("exit") ? QByteArray() : QByteArray("onetwo"));
+        EXPECT_EQ(all, QByteArray("onetwo"));
         EXPECT_EQ(object, QVariant(QStringLiteral("context")));
         EXPECT_FALSE(onMainThread);
         EXPECT_FALSE(task->theTask() || task->delegate());
     }
-}
 
-TEST_F(TaskExTest, AsyncTerminateStopsAHangingChild)
-{
     const QString marker = log_.path(QStringLiteral("started"));
-    auto task = VLTaskEx::create();
-    task->asyncDataFromTask(script(QStringLiteral("hang"), "touch '" + marker.toUtf8() + "'; exec sleep 30"), {},
-                            [](const QByteArray&, VLTaskEx&, const QVariant&) {});
+    task->asyncDataFromTask(script(QStringLiteral("hang"), "touch '" + marker.toUtf8() + "'; exec sleep 30"), {}, [](const QByteArray&, VLTaskEx&, const QVariant&) {});
     ASSERT_TRUE(waitFor([&] { return QFileInfo::exists(marker); }));
     const auto child = task->theTask();
     ASSERT_TRUE(child);
