@@ -105,6 +105,7 @@ TEST(VLLogFiles, NewLogRotatesGenerationsAcrossGaps)
         writeText(VLLog::currentLogPath(), "current");
     EXPECT_EQ(VLLog::availableLogs(), QStringList({generation(1), generation(3), generation(5)}));
     VLLog::createNewLog(QString(), true);
+    VLLog::finishWriting(); // the banner is queued like any line
     EXPECT_EQ(readText(generation(2)) + readText(generation(4)), QByteArray("g1g3"));
     EXPECT_FALSE(QFileInfo::exists(generation(5))); // the oldest is deleted
     const QByteArray current = readText(VLLog::currentLogPath());
