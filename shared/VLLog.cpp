@@ -6,6 +6,7 @@
 
 #include "platform/foundation/Foundation.h"
 #include "platform/foundation/PlatformException.h"
+#include "platform/system/Bundle.h"
 #include "platform/system/MainThread.h"
 
 #include <QDateTime>
@@ -85,6 +86,10 @@ VLLog& VLLog::sharedController()
     // pull the writer away from a late caller.
     static VLLog* instance = [] {
         auto* created = new VLLog();
+        // The writer looks up the main bundle (the log's name, the banner) while the exit hook
+        // drains it. Making the bundle cache and the executable's path here, before the hook is
+        // registered, has them destroyed only after the hook has run.
+        (void)sys::Bundle::mainBundle();
         std::atexit(exitHook);
         previousTerminateHandler = std::set_terminate(terminateWithLog);
         return created;

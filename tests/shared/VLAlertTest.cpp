@@ -24,28 +24,18 @@ namespace {
 class HangGuard {
 public:
     explicit HangGuard(std::shared_ptr<VLAlert> alert)
-        : thread_([this, alert] {
-              std::unique_lock lock(mutex_);
-              if (!cancel_.wait_for(lock, std::chrono::seconds(60), [this] { return done_; }))
+        : thread_([alert](std::stop_token stop) {
+              std::mutex mutex;
+              std::unique_lock lock(mutex);
+              std::condition_variable_any stopped;
+              if (!stopped.wait_for(lock, stop, std::chrono::seconds(60), [&stop] { return stop.stop_requested(); }))
                   alert->alertDidEnd(-2);
           })
     {
     }
-    ~HangGuard()
-    {
-        {
-            const std::lock_guard lock(mutex_);
-            done_ = true;
-        }
-        cancel_.notify_all();
-        thread_.join();
-    }
 
 private:
-    std::mutex mutex_;
-    std::condition_variable cancel_;
-    bool done_ = false;
-    std::thread thread_;
+    std::jthread thread_;
 };
 
 // A delegate of the caller's that answers to one end selector and records its end messages.
@@ -65,13 +55,6 @@ private:
     const QString selector_;
 };
 
-void pumpUntil(const std::function<bool()>& reached)
-{
-    const QDeadlineTimer deadline(60000);
-    while (!reached() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-}
-
 class VLAlertTest : public ::testing::Test {
 protected:
     void SetUp() override { VLAlert::setPresenter(presenter_); }
@@ -79,11 +62,16 @@ protected:
 
     ScriptedAlertPresenter& presenter() { return *presenter_; }
     // A blocking alert with an alert object of the test's, guarded against hanging.
-    int blockingAlert(QObject* parent = nullptr, std::shared_ptr<VLAlert> object = VLAlert::create())
+    static int blockingAlert(QObject* parent, std::shared_ptr<VLAlert> object)
     {
         HangGuard guard(object);
-        return VLAlert::alertSheetWithMessageText(QStringLiteral("Message"), QString(), QString(), QString(),
-                                                  QStringLiteral("Info"), parent, nullptr, QString(), true, object);
+        return VLAlert::alertSheetWithMessageText(QStringLiteral("Disk 100% full"), QString(), QString(), QStringLiteral("Later"),
+                                                  QStringLiteral("Copied %d of %@ files"), parent, nullptr, QString(), true, object);
+    }
+    static int withDelegate(VLAlertDelegate* delegate, const QString& selector, bool block)
+    {
+        return VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(), nullptr, delegate,
+                                                  selector, block, nullptr);
     }
 
 private:
@@ -92,116 +80,75 @@ private:
 
 TEST_F(VLAlertTest, BlockingCallReturnsThePressedButtonOnAndOffTheMainThread)
 {
+    QObject window;
     for (const bool onMainThread : {true, false}) {
-        SCOPED_TRACE(onMainThread ? "main thread" : "worker thread");
+        SCOPED_TRACE(onMainThread ? "main thread" : "worker thread, the parent already shows a sheet");
+        if (!onMainThread)
+            presenter().windowsWithSheet.insert(&window);
         // Answered from the event loop: the wait must keep the main thread's events flowing.
         presenter().script(When::Later, VLAlert::alternateReturn);
         const auto object = VLAlert::create();
         int code = 99;
         if (onMainThread)
-            code = blockingAlert(nullptr, object);
+            code = blockingAlert(&window, object);
         else
-            vltest::runOffMainThread([&] { code = blockingAlert(nullptr, object); });
+            vltest::runOffMainThread([&] { code = blockingAlert(&window, object); });
         EXPECT_EQ(code, VLAlert::alternateReturn);
         ASSERT_FALSE(presenter().alerts.isEmpty());
-        EXPECT_TRUE(presenter().alerts.last()->beganOnMainThread);
+        const auto& shown = *presenter().alerts.last();
+        EXPECT_TRUE(shown.beganOnMainThread);
+        // A parent that already shows a sheet gets a free-standing alert.
+        EXPECT_EQ(shown.window, onMainThread ? &window : nullptr);
+        EXPECT_EQ(object->parentWindow(), onMainThread ? &window : nullptr);
+        // The texts are shown as they stand: no format is applied.
+        EXPECT_EQ(QStringList({shown.messageText, shown.informativeText, shown.defaultButton, shown.otherButton}),
+                  QStringList({QStringLiteral("Disk 100% full"), QStringLiteral("Copied %d of %@ files"), QString(), QStringLiteral("Later")}));
+        EXPECT_FALSE(shown.suppressionShown);
         EXPECT_TRUE(object->alertEnded());
         EXPECT_EQ(object->alert(), nullptr); // let go once closed
     }
+    EXPECT_EQ(presenter().broughtToFront, QList<QObject*>{&window}); // only the parent the sheet went on
 }
 
 TEST_F(VLAlertTest, TimedAlertAnswersWithTheDefaultButtonUnlessTheUserIsFirst)
 {
     presenter().script(When::Never);
-    EXPECT_EQ(VLAlert::timedAlertSheetWithMessageText(QStringLiteral("Restarting"), QString(), QString(), QString(),
-                                                      QString(), nullptr, 0),
+    EXPECT_EQ(VLAlert::timedAlertSheetWithMessageText(QStringLiteral("Restarting"), QString(), QString(), QString(), QString(), nullptr, 0),
               VLAlert::defaultReturn);
     ASSERT_EQ(presenter().alerts.size(), 1);
     EXPECT_TRUE(presenter().alerts[0]->orderedOut); // the unanswered alert leaves the screen
-
     // The user answers first; the timer fires long after the call has returned.
     presenter().script(When::AtOnce, VLAlert::otherReturn);
-    EXPECT_EQ(VLAlert::timedAlertSheetWithMessageText(QStringLiteral("Restarting"), QString(), QString(),
-                                                      QStringLiteral("Cancel"), QString(), nullptr, 30),
+    EXPECT_EQ(VLAlert::timedAlertSheetWithMessageText(QStringLiteral("Restarting"), QString(), QString(), QStringLiteral("Cancel"),
+                                                      QString(), nullptr, 30),
               VLAlert::otherReturn);
 }
 
 TEST_F(VLAlertTest, NonBlockingCallsReturnMinusOneAndTheAnswerGoesToTheDelegate)
 {
-    presenter().script(When::AtOnce, VLAlert::defaultReturn);
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(),
-                                                 nullptr, false),
-              -1);
-
     const QString selector = QStringLiteral("sheetDidEnd:returnCode:contextInfo:");
     RecordingDelegate delegate(selector);
     presenter().script(When::Later, VLAlert::alternateReturn);
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(),
-                                                 nullptr, &delegate, selector, false, nullptr),
-              -1);
-    pumpUntil([&] { return !delegate.ends.isEmpty(); });
-    ASSERT_EQ(delegate.ends.size(), 1);
-    EXPECT_EQ(delegate.ends[0], std::make_pair(selector, VLAlert::alternateReturn));
+    EXPECT_EQ(withDelegate(&delegate, selector, false), -1);
+    const QDeadlineTimer deadline(60000);
+    while (delegate.ends.isEmpty() && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    EXPECT_EQ(delegate.ends, (QList<std::pair<QString, int>>{{selector, VLAlert::alternateReturn}}));
     EXPECT_TRUE(delegate.onMainThread);
 
-    // A delegate without the end selector: -1, and nothing is shown.
+    // A delegate without the end selector, or no delegate with another than the default one:
+    // -1, and nothing is shown.
     const qsizetype shown = presenter().alerts.size();
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(),
-                                                 nullptr, &delegate, QStringLiteral("other:"), true, nullptr),
-              -1);
-    // No delegate: the alert object answers to the default selector only.
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(),
-                                                 nullptr, nullptr, selector, true, nullptr),
-              -1);
+    EXPECT_EQ(withDelegate(&delegate, QStringLiteral("other:"), true), -1);
+    EXPECT_EQ(withDelegate(nullptr, selector, true), -1);
     EXPECT_EQ(presenter().alerts.size(), shown);
-}
 
-TEST_F(VLAlertTest, TheDelegateFormIgnoresItsDelegateSelectorAndBlockingFlag)
-{
-    RecordingDelegate delegate(QStringLiteral("never:"));
+    // The delegate form ignores its delegate, selector and blocking flag, as it always has.
     presenter().script(When::AtOnce, VLAlert::alternateReturn);
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QStringLiteral("OK"), QStringLiteral("No"),
-                                                 QString(), QString(), nullptr, &delegate,
-                                                 QStringLiteral("missing:"), false),
+    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QStringLiteral("OK"), QStringLiteral("No"), QString(), QString(),
+                                                 nullptr, &delegate, QStringLiteral("missing:"), false),
               VLAlert::alternateReturn);
-    EXPECT_TRUE(delegate.ends.isEmpty());
-}
-
-TEST_F(VLAlertTest, AParentThatAlreadyShowsASheetGetsAFreeStandingAlert)
-{
-    QObject window;
-    for (const bool hasSheet : {false, true}) {
-        SCOPED_TRACE(hasSheet ? "parent shows a sheet" : "free parent");
-        presenter().windowsWithSheet.clear();
-        presenter().broughtToFront.clear();
-        if (hasSheet)
-            presenter().windowsWithSheet.insert(&window);
-        presenter().script(When::AtOnce);
-        const auto object = VLAlert::create();
-        EXPECT_EQ(blockingAlert(&window, object), VLAlert::defaultReturn);
-        QObject* const expected = hasSheet ? nullptr : &window;
-        EXPECT_EQ(presenter().alerts.last()->window, expected);
-        EXPECT_EQ(object->parentWindow(), expected);
-        EXPECT_EQ(presenter().broughtToFront, hasSheet ? QList<QObject*>() : QList<QObject*>{&window});
-    }
-}
-
-TEST_F(VLAlertTest, TextsReachThePresenterAsTheyStand)
-{
-    presenter().script(When::AtOnce);
-    (void)VLAlert::alertSheetWithMessageText(QStringLiteral("Disk 100% full"), QStringLiteral("Install"), QString(),
-                                             QStringLiteral("Later"), QStringLiteral("Copied %d of %@ files (5%)"),
-                                             nullptr, true);
-    presenter().script(When::AtOnce);
-    (void)VLAlert::alertSheetWithMessageText(QString(), QString(), nullptr);
-    ASSERT_EQ(presenter().alerts.size(), 2);
-    const auto& first = *presenter().alerts[0];
-    EXPECT_EQ(first.messageText, QStringLiteral("Disk 100% full"));
-    EXPECT_EQ(first.informativeText, QStringLiteral("Copied %d of %@ files (5%)"));
-    EXPECT_EQ(QStringList({first.defaultButton, first.alternateButton, first.otherButton}),
-              QStringList({QStringLiteral("Install"), QString(), QStringLiteral("Later")}));
-    EXPECT_TRUE(presenter().alerts[1]->informativeText.isEmpty());
-    EXPECT_FALSE(first.suppressionShown);
+    EXPECT_EQ(delegate.ends.size(), 1);
 }
 
 TEST_F(VLAlertTest, SuppressionBoxIsBoundToTheUserDefault)
@@ -211,15 +158,14 @@ TEST_F(VLAlertTest, SuppressionBoxIsBoundToTheUserDefault)
     sys::UserDefaults::standard().setBool(true, key);
     presenter().script(When::Never);
     const auto object = VLAlert::create();
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(),
-                                                 nullptr, nullptr, QString(), false, object, key),
+    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(), nullptr, nullptr, QString(),
+                                                 false, object, key),
               -1);
     ASSERT_EQ(presenter().alerts.size(), 1);
     auto& alert = *presenter().alerts[0];
     ASSERT_TRUE(alert.suppressionShown);
     EXPECT_TRUE(alert.suppressionChecked);
     alert.toggleSuppression(false);
-    EXPECT_FALSE(sys::UserDefaults::standard().boolForKey(key));
     EXPECT_EQ(sys::UserDefaults::standard().persistentDomain().value(key), QVariant(false));
     alert.press(VLAlert::defaultReturn);
     EXPECT_TRUE(object->alertEnded());
@@ -229,19 +175,15 @@ TEST(VLAlertWithoutPresenter, AlertIsLoggedAndAnsweredWithTheDefaultButton)
 {
     vltest::LogFixture log;
     VLAlert::setPresenter(nullptr);
-    EXPECT_EQ(VLAlert::mainWindow(), nullptr);
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("No log found"), QStringLiteral("Run it 100% first"),
-                                                 nullptr),
+    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("No log found"), QStringLiteral("Run it 100% first"), nullptr),
               VLAlert::defaultReturn);
     EXPECT_TRUE(log.logText().contains(QStringLiteral("No log found - Run it 100% first")));
-
     const QString selector = QStringLiteral("done:");
     RecordingDelegate delegate(selector);
-    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(),
-                                                 nullptr, &delegate, selector, false, nullptr),
+    EXPECT_EQ(VLAlert::alertSheetWithMessageText(QStringLiteral("M"), QString(), QString(), QString(), QString(), nullptr, &delegate,
+                                                 selector, false, nullptr),
               -1);
-    ASSERT_EQ(delegate.ends.size(), 1);
-    EXPECT_EQ(delegate.ends[0].second, VLAlert::defaultReturn);
+    EXPECT_EQ(delegate.ends, (QList<std::pair<QString, int>>{{selector, VLAlert::defaultReturn}}));
 }
 
 } // namespace

@@ -6,23 +6,20 @@
 
 #include "shared/VLAuthorization.h"
 #include "shared/VLAuthorizationProtocol.h"
+#include "support/ChildProcess.h"
 
 #include "platform/system/SystemEnvironment.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
-#include <QProcess>
 
 #include <csignal>
-#include <grp.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
-
-using vltest::FileOpsSandboxTest;
 
 // Runs in the child only (VLAC_CHILD names the case); skipped in ordinary runs.
 TEST(VLAuthorizationChannelChild, Run)
@@ -35,26 +32,27 @@ TEST(VLAuthorizationChannelChild, Run)
     const QString mkdir = sys::rooted(QStringLiteral("/bin/mkdir"));
     const QString work = qEnvironmentVariable("TMPDIR") + QStringLiteral("/work");
     if (scenario == QStringLiteral("many")) {
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&auth, &mkdir, &work, t] {
-                for (int i = 0; i < 5; ++i) {
-                    const QString folder = QStringLiteral("%1/t%2-%3").arg(work).arg(t).arg(i);
-                    EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), folder}, i % 2 == 0), 0);
-                }
+                for (int i = 0; i < 5; ++i)
+                    EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), QStringLiteral("%1/t%2-%3").arg(work).arg(t).arg(i)}, i % 2 == 0), 0);
             });
         }
-        for (std::thread& thread : threads)
-            thread.join();
+        threads.clear();
         // Arguments travel as they are, separators and all.
         EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), work + QStringLiteral("/line\nbreak, 12:x,")}, false), 0);
     } else if (scenario == QStringLiteral("refusals")) {
+        // The user refuses the first prompt: not authorised, and the next operation asks again.
+        EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), work}, false), -1);
+        EXPECT_FALSE(auth.isAuthorized());
+        qunsetenv("FAKE_PKEXEC_DENY");
         // A relative tool path (it exists from the working folder) and an argument an argument
         // vector cannot carry are refused by the runner; the channel stays open.
         ASSERT_TRUE(QFileInfo::exists(QStringLiteral("sysroot/bin/mkdir")));
         EXPECT_EQ(auth.authExecTask(QStringLiteral("sysroot/bin/mkdir"), {QStringLiteral("-p"), work}, false), -1);
-        EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), work + QChar(0) + QStringLiteral("x")}, false), -1);
         EXPECT_TRUE(auth.isAuthorized());
+        EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), work + QChar(0) + QStringLiteral("x")}, false), -1);
         EXPECT_EQ(auth.authExecTask(mkdir, {QStringLiteral("-p"), work}, false), 0);
         // Letting the grant go means the next operation asks again.
         auth.authEnd();
@@ -64,12 +62,10 @@ TEST(VLAuthorizationChannelChild, Run)
         // Waits for a slow tool until the test kills this process.
         (void)auth.authExecTask(sys::rooted(QStringLiteral("/usr/bin/touch")), {QStringLiteral("-c"), work}, false);
         ADD_FAILURE() << "the slow tool returned before this process was killed";
-    } else {
-        ADD_FAILURE() << "unknown case " << scenario.toStdString();
     }
 }
 
-class VLAuthorizationChannelTest : public FileOpsSandboxTest {
+class VLAuthorizationChannelTest : public vltest::FileOpsSandboxTest {
 protected:
     void SetUp() override
     {
@@ -78,21 +74,6 @@ protected:
             GTEST_SKIP() << "needs root to run a child as an unprivileged user";
         ASSERT_TRUE(sandbox.giveHomeTo(*vltest::Sandbox::unprivilegedUid()));
     }
-
-    QMap<QString, QString> childEnvironment(const QString& scenario) const
-    {
-        return {{QStringLiteral("VLAC_CHILD"), scenario}};
-    }
-
-    vltest::RunResult runChild(const QString& scenario)
-    {
-        vltest::RunOptions options;
-        options.uid = vltest::Sandbox::unprivilegedUid();
-        options.extraEnv = childEnvironment(scenario);
-        return sandbox.run(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLAuthorizationChannelChild.Run")},
-                           options);
-    }
-
     void TearDown() override
     {
         // A tool a killed child left running (the slow one) goes with the sandbox.
@@ -100,38 +81,36 @@ protected:
             ::kill(pid_t(pid), SIGKILL);
     }
 
-    // Processes started for this sandbox (their environment names its system root).
-    QList<qint64> sandboxProcesses() const
+    vltest::RunResult runChild(const QString& scenario, QMap<QString, QString> extra = {})
+    {
+        extra.insert(QStringLiteral("VLAC_CHILD"), scenario);
+        return sandbox.run(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLAuthorizationChannelChild.Run")},
+                           {.uid = vltest::Sandbox::unprivilegedUid(), .extraEnv = extra});
+    }
+
+    // Processes started for this sandbox (their environment names its system root), or only
+    // the privileged tool runners among them.
+    QList<qint64> sandboxProcesses(bool runnersOnly = false) const
     {
         QList<qint64> found;
         const QByteArray marker = "VELMORA_SYSROOT=" + QFile::encodeName(sandbox.sysroot()) + '\0';
         for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
             QFile environment(QStringLiteral("/proc/%1/environ").arg(pid));
-            if (pid.toLongLong() != QCoreApplication::applicationPid() && environment.open(QIODevice::ReadOnly) &&
-                ('\0' + environment.readAll()).contains('\0' + marker))
+            if (pid.toLongLong() == QCoreApplication::applicationPid() || !environment.open(QIODevice::ReadOnly)
+                || !('\0' + environment.readAll()).contains('\0' + marker))
+                continue;
+            if (!runnersOnly || QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget() == VLAuthorizationChannel::runnerPath())
                 found << pid.toLongLong();
         }
         return found;
     }
-
-    QList<qint64> runners() const
-    {
-        QList<qint64> found;
-        for (qint64 pid : sandboxProcesses()) {
-            if (QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget() == VLAuthorizationChannel::runnerPath())
-                found << pid;
-        }
-        return found;
-    }
-
     // Waits (generously) for every runner of the sandbox to end.
     bool runnersEnd() const
     {
-        QElapsedTimer waited;
-        waited.start();
-        while (!runners().isEmpty() && waited.elapsed() < 10000)
+        const QDeadlineTimer guard(60000);
+        while (!sandboxProcesses(true).isEmpty() && !guard.hasExpired())
             QThread::msleep(50);
-        return runners().isEmpty();
+        return sandboxProcesses(true).isEmpty();
     }
 
     QList<QStringList> prompts() const { return sandbox.toolCalls(QStringLiteral("pkexec")); }
@@ -150,11 +129,11 @@ TEST_F(VLAuthorizationChannelTest, OnePromptServesEveryOperationOfTheProcess)
     EXPECT_TRUE(runnersEnd()) << "the runner outlived its parent";
 }
 
-TEST_F(VLAuthorizationChannelTest, RefusedRequestsRunNothingAndKeepTheGrant)
+TEST_F(VLAuthorizationChannelTest, RefusalsRunNothingAndAreAskedAgain)
 {
-    const vltest::RunResult result = runChild(QStringLiteral("refusals"));
+    const vltest::RunResult result = runChild(QStringLiteral("refusals"), {{QStringLiteral("FAKE_PKEXEC_DENY"), QStringLiteral("1")}});
     ASSERT_EQ(result.exitCode, 0) << result.describe().toStdString();
-    EXPECT_EQ(prompts().size(), 2); // the first grant, and the one asked for after authEnd()
+    EXPECT_EQ(prompts().size(), 3); // refused, granted, and asked again after authEnd()
     EXPECT_EQ(sandbox.toolCalls(QStringLiteral("mkdir")),
               (QList<QStringList>{{QStringLiteral("mkdir"), QStringLiteral("-p"), work()},
                                   {QStringLiteral("mkdir"), QStringLiteral("-p"), work() + QStringLiteral("/again")}}));
@@ -162,39 +141,29 @@ TEST_F(VLAuthorizationChannelTest, RefusedRequestsRunNothingAndKeepTheGrant)
 
 TEST_F(VLAuthorizationChannelTest, RunnerEndsWhenItsParentIsKilled)
 {
-    QProcess child;
-    QProcessEnvironment environment = sandbox.environment();
-    environment.insert(QStringLiteral("VLAC_CHILD"), QStringLiteral("hold"));
-    environment.insert(QStringLiteral("FAKE_TOUCH_SLEEP"), QStringLiteral("30"));
-    child.setProcessEnvironment(environment);
-    child.setWorkingDirectory(sandbox.root());
-    const uint uid = *vltest::Sandbox::unprivilegedUid();
-    child.setChildProcessModifier([uid] {
-        if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0)
-            ::_exit(126);
-    });
-    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLAuthorizationChannelChild.Run")});
-    ASSERT_TRUE(child.waitForStarted());
+    QStringList environment = sandbox.environment().toStringList();
+    environment << QStringLiteral("VLAC_CHILD=hold") << QStringLiteral("FAKE_TOUCH_SLEEP=30");
+    vltest::ChildProcess child;
+    ASSERT_TRUE(child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLAuthorizationChannelChild.Run")},
+                            {.environment = environment, .workingDirectory = sandbox.root(), .uid = vltest::Sandbox::unprivilegedUid(),
+                             .discardOutput = true}))
+        << child.errorString().toStdString();
     // The runner is waiting for the slow tool on the child's behalf.
-    ASSERT_EQ(waitForCalls(QStringLiteral("touch")).size(), 1) << child.readAllStandardError().toStdString();
-    ASSERT_EQ(runners().size(), 1);
-
-    ::kill(pid_t(child.processId()), SIGKILL);
-    ASSERT_TRUE(child.waitForFinished(10000));
+    ASSERT_EQ(waitForCalls(QStringLiteral("touch")).size(), 1);
+    ASSERT_EQ(sandboxProcesses(true).size(), 1);
+    child.kill();
+    ASSERT_TRUE(child.waitForFinished(60000));
     EXPECT_TRUE(runnersEnd()) << "the runner outlived its killed parent";
 }
 
 TEST_F(VLAuthorizationChannelTest, RunnerTakesRequestsOnlyFromItsOwnSocket)
 {
-    // A well-formed request fed from a file, as anyone could, is not read.
+    // A well-formed request fed on standard input, as anyone could, is not read.
     const QString folder = sandbox.tmpPath(QStringLiteral("made"));
-    const std::string request = vlauth::encode({"run", "/bin/mkdir", folder.toStdString()});
-    const QString input = sandbox.tmpPath(QStringLiteral("request"));
-    ASSERT_TRUE(sandbox.writeFile(input, QByteArray::fromStdString(request)));
-    QProcess runner;
-    runner.setStandardInputFile(input);
-    runner.start(VLAuthorizationChannel::runnerPath(), {});
-    ASSERT_TRUE(runner.waitForFinished(10000));
+    vltest::ChildProcess runner;
+    ASSERT_TRUE(runner.start(VLAuthorizationChannel::runnerPath(), {},
+                             {.standardInput = QByteArray::fromStdString(vlauth::encode({"run", "/bin/mkdir", folder.toStdString()}))}));
+    ASSERT_TRUE(runner.waitForFinished(60000));
     EXPECT_EQ(runner.exitCode(), 2);
     EXPECT_FALSE(QFileInfo::exists(folder));
 }

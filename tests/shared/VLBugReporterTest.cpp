@@ -1,21 +1,14 @@
 #include "shared/VLBugReporter.h"
 #include "shared/VLLog.h"
 
+#include "VLFileManagerTestSupport.h"
+
 #include "platform/plist/PropertyList.h"
 #include "platform/system/UserDefaults.h"
-#include "support/QtPrinters.h"
-#include "support/Sandbox.h"
 #include "support/StdoutCapture.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
-#include <QDeadlineTimer>
-#include <QFile>
-#include <QThread>
-
-#include <gtest/gtest.h>
-
-using vltest::Sandbox;
 
 namespace {
 
@@ -26,217 +19,136 @@ public:
     QStringList reports;
 };
 
-// Points HOME, TMPDIR and the system root of this process at a sandbox for one case.
-class VLBugReporterTest : public ::testing::Test {
+class VLBugReporterTest : public vltest::FileOpsSandboxTest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(box_.isValid());
-        for (const char* name : {"HOME", "TMPDIR", "VELMORA_SYSROOT"})
-            saved_.append({name, qgetenv(name)});
-        qputenv("HOME", box_.home().toUtf8());
-        qputenv("TMPDIR", box_.tmp().toUtf8());
-        qputenv("VELMORA_SYSROOT", box_.sysroot().toUtf8());
-        ASSERT_TRUE(box_.installFakeTools());
-        launch_ = QDateTime::currentDateTimeUtc().addSecs(-3600);
-    }
-    void TearDown() override
-    {
-        for (const auto& [name, value] : saved_)
-            qputenv(name, value);
-    }
-
-    QString datesFile() const { return box_.homePath(QStringLiteral("Library/Preferences/dates.plist")); }
-    void writeDates(std::optional<QDateTime> launch, std::optional<QDateTime> exit)
+    QString datesFile() const { return sandbox.homePath(QStringLiteral("Library/Preferences/dates.plist")); }
+    // The previous run's dates, in minutes after the launch date of the test; absent: not written.
+    void writeDates(std::optional<int> launch, std::optional<int> exit)
     {
         QVariantMap dates;
         if (launch)
-            dates.insert(VLBugReporter::launchKey(), *launch);
+            dates.insert(VLBugReporter::launchKey(), launch_.addSecs(60 * *launch));
         if (exit)
-            dates.insert(VLBugReporter::exitKey(), *exit);
-        ASSERT_TRUE(box_.writePlist(datesFile(), dates));
+            dates.insert(VLBugReporter::exitKey(), launch_.addSecs(60 * *exit));
+        ASSERT_TRUE(sandbox.writePlist(datesFile(), dates));
     }
-    // A crash report in <log folder>/<sub>, modified `minutes` after the launch date.
-    QString report(bool user, const QString& sub, const QString& name, int minutes)
+    // A crash report in <user or machine Library>/Logs/<sub>, modified `minutes` after the launch.
+    QString report(bool user, const char* sub, const char* name, int minutes)
     {
-        const QString folder = user ? box_.homePath(QStringLiteral("Library/Logs/")) : box_.sysPath(QStringLiteral("/Library/Logs/"));
-        const QString path = folder + sub + QLatin1Char('/') + name;
-        EXPECT_TRUE(box_.writeFile(path, "crash"));
+        const QString path = (user ? sandbox.homePath(QStringLiteral("Library/Logs/")) : sandbox.sysPath(QStringLiteral("/Library/Logs/")))
+                           + QLatin1String(sub) + QLatin1Char('/') + QLatin1String(name);
+        EXPECT_TRUE(writeFile(path, "crash"));
         QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::ReadWrite));
-        EXPECT_TRUE(f.setFileTime(launch_.addSecs(60 * minutes), QFileDevice::FileModificationTime));
+        EXPECT_TRUE(f.open(QIODevice::ReadWrite) && f.setFileTime(launch_.addSecs(60 * minutes), QFileDevice::FileModificationTime));
         return path;
     }
     // The switch lives in the vendor's shared preferences file.
     void setSwitch(const QVariant& value)
     {
         QVariantMap shared = sys::readGlobalPreferences();
-        if (value.isValid())
-            shared.insert(QStringLiteral("disable-crash-reporter"), value);
-        else
+        shared.insert(QStringLiteral("disable-crash-reporter"), value);
+        if (!value.isValid())
             shared.remove(QStringLiteral("disable-crash-reporter"));
         ASSERT_TRUE(sys::writeGlobalPreferences(shared));
     }
-    void disableReporter() { setSwitch(QStringLiteral("1")); }
-    void enableReporter() { setSwitch(QVariant()); }
+    std::optional<QString> check(const char* app = "Demo") { return VLBugReporter::checkForCrashes(QLatin1String(app), datesFile()); }
 
-    Sandbox box_;
-    QDateTime launch_;
-    QList<std::pair<const char*, QByteArray>> saved_;
+    const QDateTime launch_ = QDateTime::currentDateTimeUtc().addSecs(-3600);
 };
 
 TEST_F(VLBugReporterTest, DatesDecideWhetherThePreviousRunCrashed)
 {
-    disableReporter();
-    report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_new.crash"), 5);
-    struct Case { const char* what; std::optional<int> launchMin; std::optional<int> exitMin; bool crashed; };
-    const Case cases[] = {
-        {"no launch date", std::nullopt, 0, false},
-        {"exit equal to launch is a normal end", 0, 0, false},
-        {"exit after launch", 0, 1, false},
-        {"exit before launch", 0, -10, true},
-        {"no exit date", 0, std::nullopt, true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        auto at = [&](std::optional<int> m) { return m ? std::optional(launch_.addSecs(60 * *m)) : std::nullopt; };
-        writeDates(at(c.launchMin), at(c.exitMin));
-        EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()).has_value(), c.crashed);
+    setSwitch(QStringLiteral("1"));
+    report(true, "CrashReporter", "Demo_new.crash", 5);
+    // launch, exit (minutes), crashed
+    const std::tuple<std::optional<int>, std::optional<int>, bool> cases[] = {
+        {std::nullopt, 0, false}, {0, 0, false}, {0, -10, true}, {0, std::nullopt, true}};
+    for (const auto& [launch, exit, crashed] : cases) {
+        writeDates(launch, exit);
+        EXPECT_EQ(check().has_value(), crashed) << launch.value_or(99) << " " << exit.value_or(99);
     }
 }
 
 TEST_F(VLBugReporterTest, PicksTheLastMatchingReportOfTheFirstFolderThatHasANewOne)
 {
-    disableReporter();
-    writeDates(launch_, std::nullopt);
+    setSwitch(QStringLiteral("1"));
+    writeDates(0, std::nullopt);
     // Older than the launch: ignored although the previous run never recorded its exit.
-    report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_2020.crash"), -30);
-    EXPECT_FALSE(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()));
-
+    report(true, "CrashReporter", "Demo_2020.crash", -30);
+    EXPECT_FALSE(check());
     // The machine's folders are searched after the user's.
-    const QString machine = report(false, QStringLiteral("DiagnosticReports"), QStringLiteral("demo_m.ips"), 3);
-    EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()), machine);
-
+    const QString machine = report(false, "DiagnosticReports", "demo_m.ips", 3);
+    EXPECT_EQ(check(), machine);
     // Only "<name>_" prefixes count, in any case; the last in listing order (names by code
     // unit, so "demo_" after "Demo_") wins when newer, even if an earlier one is newer still.
-    report(true, QStringLiteral("DiagnosticReports"), QStringLiteral("Demo_b.ips"), 8);
-    const QString last = report(true, QStringLiteral("DiagnosticReports"), QStringLiteral("demo_a.ips"), 2);
-    report(true, QStringLiteral("DiagnosticReports"), QStringLiteral("Demolition_z.ips"), 9);
-    report(true, QStringLiteral("DiagnosticReports"), QStringLiteral("Other_z.ips"), 9);
-    EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("demo"), datesFile()), last);
-
+    report(true, "DiagnosticReports", "Demo_b.ips", 8);
+    const QString last = report(true, "DiagnosticReports", "demo_a.ips", 2);
+    report(true, "DiagnosticReports", "Demolition_z.ips", 9);
+    EXPECT_EQ(check("demo"), last);
     // The last entry of the first folder is too old: that folder yields nothing, not an older one.
-    report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_0001.crash"), 4);
-    EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()), last);
+    report(true, "CrashReporter", "Demo_0001.crash", 4);
+    EXPECT_EQ(check(), last);
 }
 
-TEST_F(VLBugReporterTest, OpensTheReportWithTheBugReporterUnlessDisabled)
+TEST_F(VLBugReporterTest, OpensTheReportWithTheBugReporterUnlessDisabledInTheSharedFile)
 {
-    writeDates(launch_, launch_.addSecs(-1));
-    const QString crash = report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_x.crash"), 1);
+    writeDates(0, -1);
+    const QString crash = report(true, "CrashReporter", "Demo_x.crash", 1);
     // No Bug Reporter installed: the desktop opener gets the report.
-    EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()), crash);
-    QDeadlineTimer opener(10000);
-    while (box_.toolCalls(QStringLiteral("xdg-open")).isEmpty() && !opener.hasExpired())
-        QThread::msleep(20);
-    const QList<QStringList> opened{{QStringLiteral("xdg-open"), crash}};
-    EXPECT_EQ(box_.toolCalls(QStringLiteral("xdg-open")), opened);
-
-    const QString seen = box_.tmpPath(QStringLiteral("opened.txt"));
+    EXPECT_EQ(check(), crash);
+    EXPECT_EQ(waitForCalls(QStringLiteral("xdg-open")), (QList<QStringList>{{QStringLiteral("xdg-open"), crash}}));
+    const QString seen = sandbox.tmpPath(QStringLiteral("opened.txt"));
     vltest::FakeBundle reporter;
-    reporter.path = box_.sysPath(QStringLiteral("/Applications/Utilities/Bug Reporter.app"));
+    reporter.path = sandbox.sysPath(QStringLiteral("/Applications/Utilities/Bug Reporter.app"));
     reporter.identifier = QStringLiteral("com.velmora.BugReporter");
     reporter.executable = "#!/bin/sh\nprintf '%s' \"$1\" > '" + seen.toUtf8() + "'\n";
-    ASSERT_FALSE(box_.createBundle(reporter).isEmpty());
-
-    disableReporter();
-    EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()), crash);
-    QThread::msleep(300);
-    EXPECT_FALSE(QFile::exists(seen));
-
-    enableReporter();
-    EXPECT_EQ(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()), crash);
-    QDeadlineTimer deadline(10000);
-    while (!QFile::exists(seen) && !deadline.hasExpired())
-        QThread::msleep(20);
-    QFile byReporter(seen);
-    ASSERT_TRUE(byReporter.open(QIODevice::ReadOnly));
-    EXPECT_EQ(QString::fromUtf8(byReporter.readAll()), crash);
-    EXPECT_EQ(box_.toolCalls(QStringLiteral("xdg-open")).size(), 1);
-}
-
-TEST_F(VLBugReporterTest, TheSwitchIsReadFromTheSharedVendorFileOnly)
-{
-    writeDates(launch_, std::nullopt);
-    report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_x.crash"), 1);
-    struct Case { const char* what; QVariant shared; QVariant ownDefaults; bool disabled; };
-    const Case cases[] = {
-        {"text 1", QStringLiteral("1"), QVariant(), true},
-        {"boolean YES", true, QVariant(), true},
-        {"text 0", QStringLiteral("0"), QVariant(), false},
-        {"boolean NO", false, QVariant(), false},
-        {"set only in the updater's own defaults", QVariant(), QStringLiteral("1"), false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        setSwitch(c.shared);
-        auto& own = sys::UserDefaults::standard();
-        if (c.ownDefaults.isValid())
-            own.setObject(c.ownDefaults, QStringLiteral("disable-crash-reporter"));
-        else
-            own.removeObjectForKey(QStringLiteral("disable-crash-reporter"));
+    ASSERT_FALSE(sandbox.createBundle(reporter).isEmpty());
+    // Set only in the updater's own defaults, the switch does not count.
+    sys::UserDefaults::standard().setObject(QStringLiteral("1"), QStringLiteral("disable-crash-reporter"));
+    for (const QVariant& shared : {QVariant(QStringLiteral("1")), QVariant()}) {
+        setSwitch(shared);
         const QByteArray printed = vltest::captureStdout([&] {
-            EXPECT_TRUE(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()).has_value());
+            EXPECT_EQ(check(), crash);
             VLLog::finishWriting(); // the writer echoes its lines: all of this case's, none later
         });
-        EXPECT_EQ(printed.contains("Crash reporter disabled"), c.disabled) << printed.constData();
+        EXPECT_EQ(printed.contains("Crash reporter disabled"), shared.isValid()) << printed.constData();
     }
     sys::UserDefaults::standard().removeObjectForKey(QStringLiteral("disable-crash-reporter"));
+    const QDeadlineTimer guard(60000);
+    while (!QFile::exists(seen) && !guard.hasExpired())
+        QThread::msleep(20);
+    EXPECT_EQ(readFile(seen), crash.toUtf8());
+    EXPECT_EQ(sandbox.toolCalls(QStringLiteral("xdg-open")).size(), 1);
 }
 
 TEST_F(VLBugReporterTest, StartAndStopRecordTheDatesAndTellTheDelegate)
 {
-    disableReporter();
-    writeDates(launch_, std::nullopt);
-    const QString crash = report(true, QStringLiteral("CrashReporter"), QStringLiteral("Demo_x.crash"), 1);
+    setSwitch(QStringLiteral("1"));
+    writeDates(0, std::nullopt);
+    const QString crash = report(true, "CrashReporter", "Demo_x.crash", 1);
     CrashDelegate delegate;
     VLBugReporter::startBugReporter(QStringLiteral("Demo"), datesFile(), &delegate);
     EXPECT_TRUE(delegate.reports.isEmpty()); // queued, never called while the caller waits
     QCoreApplication::processEvents();
     EXPECT_EQ(delegate.reports, QStringList{crash});
-
-    const auto afterStart = plist::readDictionaryFile(datesFile());
-    ASSERT_TRUE(afterStart);
-    EXPECT_GT(afterStart->value(VLBugReporter::launchKey()).toDateTime(), launch_);
     // The new launch date is later than the report: this run is not seen as crashed.
-    EXPECT_FALSE(VLBugReporter::checkForCrashes(QStringLiteral("Demo"), datesFile()));
-
+    EXPECT_FALSE(check());
     VLBugReporter::stopBugReporter(datesFile());
-    const auto afterStop = plist::readDictionaryFile(datesFile());
-    ASSERT_TRUE(afterStop);
-    EXPECT_GE(afterStop->value(VLBugReporter::exitKey()).toDateTime(),
-              afterStop->value(VLBugReporter::launchKey()).toDateTime());
-
+    const auto dates = plist::readDictionaryFile(datesFile()).value_or(QVariantMap());
+    EXPECT_GT(dates.value(VLBugReporter::launchKey()).toDateTime(), launch_);
+    EXPECT_GE(dates.value(VLBugReporter::exitKey()).toDateTime(), dates.value(VLBugReporter::launchKey()).toDateTime());
     // Without a file the dates go to the user defaults.
     VLBugReporter::startBugReporter(QStringLiteral("Demo"), QString());
     VLBugReporter::stopBugReporter();
-    const auto defaults = plist::readDictionaryFile(box_.userPreferencesFile(sys::UserDefaults::standardDomain()));
-    ASSERT_TRUE(defaults);
-    EXPECT_TRUE(defaults->value(VLBugReporter::launchKey()).toDateTime().isValid());
-    EXPECT_TRUE(defaults->value(VLBugReporter::exitKey()).toDateTime().isValid());
-}
+    const auto defaults = plist::readDictionaryFile(sandbox.userPreferencesFile(sys::UserDefaults::standardDomain())).value_or(QVariantMap());
+    EXPECT_TRUE(defaults.value(VLBugReporter::launchKey()).toDateTime().isValid() && defaults.value(VLBugReporter::exitKey()).toDateTime().isValid());
 
-TEST_F(VLBugReporterTest, ChownGivesAFileUnderUsersBackToThatUser)
-{
-    const QString inUsers = box_.sysPath(QStringLiteral("/Users/bob/Library/Preferences/dates.plist"));
-    ASSERT_TRUE(box_.makeDir(box_.sysPath(QStringLiteral("/Users/bob/Library/Preferences"))));
+    // A dates file under /Users goes back to that user.
+    const QString inUsers = sandbox.sysPath(QStringLiteral("/Users/bob/Library/Preferences/dates.plist"));
+    ASSERT_TRUE(sandbox.makeDir(sandbox.sysPath(QStringLiteral("/Users/bob/Library/Preferences"))));
     VLBugReporter::stopBugReporter(inUsers);
-    VLBugReporter::chownPlist(QStringLiteral("/var/Users"));
     VLBugReporter::chownPlist(QStringLiteral("/home/bob/dates.plist"));
-    const auto calls = box_.toolCalls(QStringLiteral("chown"));
-    ASSERT_EQ(calls.size(), 1);
-    EXPECT_EQ(calls.first(), (QStringList{QStringLiteral("chown"), QStringLiteral("bob"), inUsers}));
-    EXPECT_TRUE(QFile::exists(inUsers));
+    EXPECT_EQ(sandbox.toolCalls(QStringLiteral("chown")), (QList<QStringList>{{QStringLiteral("chown"), QStringLiteral("bob"), inUsers}}));
 }
 
 } // namespace

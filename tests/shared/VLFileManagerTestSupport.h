@@ -3,19 +3,15 @@
 // and system root are the process's own for the test's duration, with the recording fake
 // tools installed. One test at a time, main thread.
 
+#include "support/QtPrinters.h"
 #include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
 
 #include <gtest/gtest.h>
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QThread>
-
-#include <ostream>
-
-// Readable failure messages for Qt strings (found by argument-dependent lookup).
-inline void PrintTo(const QString& text, std::ostream* os) { *os << '"' << text.toStdString() << '"'; }
 
 namespace vltest {
 
@@ -33,22 +29,17 @@ protected:
     }
 
     // The calls of `tool` once at least `count` are recorded (privileged runs do not wait for
-    // their tools), or what there is after five seconds.
+    // their tools), or what there is after ten seconds.
     QList<QStringList> waitForCalls(const QString& tool, int count = 1) const
     {
-        QElapsedTimer timer;
-        timer.start();
-        QList<QStringList> calls = sandbox.toolCalls(tool);
-        while (calls.size() < count && timer.elapsed() < 5000) {
+        const QDeadlineTimer guard(10000);
+        while (sandbox.toolCalls(tool).size() < count && !guard.hasExpired())
             QThread::msleep(20);
-            calls = sandbox.toolCalls(tool);
-        }
-        return calls;
+        return sandbox.toolCalls(tool);
     }
 
     bool writeFile(const QString& path, const QByteArray& data = "data") { return sandbox.writeFile(path, data); }
-
-    QByteArray readFile(const QString& path) const
+    static QByteArray readFile(const QString& path)
     {
         QFile f(path);
         return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();

@@ -30,31 +30,24 @@ protected:
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(data) == data.size()) << path.toStdString();
     }
-
     // An installed application bundle; extra entries are added to (or replace) the usual ones.
     static void bundle(const QString& path, const QString& version, const QVariantMap& extra = {})
     {
         QVariantMap info{{QStringLiteral("CFBundleIdentifier"), QStringLiteral("com.adobe.AdobePremierePro")},
-                         {QStringLiteral("CFBundleExecutable"), QFileInfo(path).completeBaseName()},
-                         {QStringLiteral("CFBundlePackageType"), QStringLiteral("APPL")}};
+                         {QStringLiteral("CFBundleExecutable"), QFileInfo(path).completeBaseName()}};
         if (!version.isNull())
             info.insert(QStringLiteral("CFBundleVersion"), version);
         info.insert(extra);
         write(path + QStringLiteral("/Contents/Info.plist"), vltest::fixturePlistXml(info));
     }
-
-    // The installer's configuration file of an installation folder.
-    static void configuration(const QString& installation, const QByteArray& productVersionData)
+    // The installer's configuration file of an installation folder; no version: no such element.
+    static void configuration(const QString& installation, const QByteArray& version = {})
     {
         write(installation + QStringLiteral("/Configuration/XManConfig.xml"),
               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Configuration>\n  <VariableForExMan>\n"
-              "    <Data key=\"EXTENSIONSPATH\">$sharedextensionfolder/Premiere Pro</Data>\n"
-              "    <Data key=\"ProductName\">Premiere Pro</Data>\n" + productVersionData +
-              "    <Data key=\"TargetHostIdentifier\">PPRO</Data>\n  </VariableForExMan>\n</Configuration>\n");
-    }
-    static QByteArray productVersion(const char* version)
-    {
-        return QByteArray("    <Data key=\"ProductVersion\">") + version + "</Data>\n";
+              "    <Data key=\"ProductName\">Premiere Pro</Data>\n"
+                  + (version.isEmpty() ? QByteArray() : "    <Data key=\"ProductVersion\">" + version + "</Data>\n")
+                  + "  </VariableForExMan>\n</Configuration>\n");
     }
 
     QTemporaryDir dir_;
@@ -67,15 +60,15 @@ TEST_F(VLPremiereTest, BothViewsReadTheirSourcesInOppositeOrder)
     bundle(apps + QStringLiteral("/Adobe Photoshop 2024/Adobe Photoshop 2024.app"), QStringLiteral("25.0.0"));
     // A configuration without a ProductVersion: the suite view stops there, the application
     // view reads the bundle first.
-    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2022"), QByteArray());
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2022"));
     bundle(apps + QStringLiteral("/Adobe Premiere Pro 2022/Adobe Premiere Pro 2022.app"), QStringLiteral("22.6.2"));
-    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2023"), productVersion("23.6.0"));
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2023"), "23.6.0");
     bundle(apps + QStringLiteral("/Adobe Premiere Pro 2023/Adobe Premiere Pro 2023.app"), QStringLiteral("23.6.0"),
            {{QStringLiteral("CFBundleVersionString"), QStringLiteral("23.6.0 (build 73)")}});
     // A bundle without any version: the application view appends nothing and does not fall back.
-    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2020"), productVersion("14.0.0"));
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro 2020"), "14.0.0");
     bundle(apps + QStringLiteral("/Adobe Premiere Pro 2020/Adobe Premiere Pro 2020.app"), QString());
-    configuration(apps + QStringLiteral("/Adobe Premiere Pro CC 2019"), productVersion("13.1.5"));
+    configuration(apps + QStringLiteral("/Adobe Premiere Pro CC 2019"), "13.1.5");
     bundle(apps + QStringLiteral("/Adobe Premiere Pro CS6/Adobe Premiere Pro CS6.app"), QStringLiteral("6.0"));
     write(apps + QStringLiteral("/Adobe Premiere Rush/Configuration/XManConfig.xml"), "ProductVersion=2.10\n");
     write(apps + QStringLiteral("/Adobe Premiere Pro 2021/Adobe Premiere Pro 2021.app"), "not a bundle");
@@ -99,7 +92,7 @@ TEST_F(VLPremiereTest, WholeMachineJoinsTheWorkspaceFolderWithApplications)
     bundle(user + QStringLiteral("/Adobe Premiere Pro Beta/Adobe Premiere Pro Beta.app"), QStringLiteral("24.1.0"));
     const QString machine = machineApplications();
     bundle(machine + QStringLiteral("/Adobe Premiere Pro 2024/Adobe Premiere Pro 2024.app"), QStringLiteral("24.1.0"));
-    configuration(machine + QStringLiteral("/Adobe Premiere Pro 2025"), productVersion("25.0.0"));
+    configuration(machine + QStringLiteral("/Adobe Premiere Pro 2025"), "25.0.0");
 
     EXPECT_EQ(VLPremiere::premiereVersions(), QStringList({"24.1.0", "24.1.0", "25.0.0"}));
     EXPECT_EQ(VLPremiere::suiteVersions(), QStringList({"24.1", "24.1", "25.0.0"}));

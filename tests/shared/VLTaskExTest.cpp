@@ -1,6 +1,6 @@
 #include "shared/VLTaskEx.h"
-#include "shared/VLTaskExCapture.h"
 #include "support/LogFixture.h"
+#include "support/StdoutCapture.h"
 
 #include "platform/foundation/PlatformException.h"
 
@@ -12,317 +12,174 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <fcntl.h>
 #include <mutex>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
+using vltest::LogFixture;
+
+// Polls `done` for up to a minute; what it says last.
+bool waitFor(const std::function<bool()>& done)
+{
+    const QDeadlineTimer guard(60000);
+    while (!done() && !guard.hasExpired())
+        QThread::msleep(10);
+    return done();
+}
+
 class TaskExTest : public ::testing::Test {
 protected:
-    // A shell script at <tmp>/<name>, executable.
-    QString script(const QString& name, const QByteArray& body)
+    // A file at <tmp>/<name> holding `body` (a shell script unless it has its own first line).
+    QString script(const QString& name, const QByteArray& body, QFile::Permissions permissions = QFile::ReadOwner | QFile::ExeOwner)
     {
-        const QString path = log_.path(name);
-        QFile file(path);
+        QFile file(log_.path(name));
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("#!/bin/sh\n" + body + "\n");
+        file.write((body.startsWith("#!") ? QByteArray() : QByteArray("#!/bin/sh\n")) + body + "\n");
         file.close();
-        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
-        return path;
+        file.setPermissions(permissions);
+        return file.fileName();
     }
-    vltest::LogFixture log_;
+    LogFixture log_;
 };
 
-// Scripted chunks for the capture loop: each read pops the next chunk, "" when none is left.
-struct Script {
-    std::deque<QByteArray> chunks;
-    QByteArray operator()()
-    {
-        if (chunks.empty())
-            return {};
-        QByteArray next = chunks.front();
-        chunks.pop_front();
-        return next;
-    }
-};
-
-TEST(CaptureLoop, PassRulesAndResultChoice)
+TEST_F(TaskExTest, CaptureFromRealChildren)
 {
-    struct Case {
-        const char* name;
-        std::deque<QByteArray> output, errors;
-        bool captureOutput, captureErrors;
-        QByteArray expectOutput, expectErrors, expectResult;
-    };
-    const Case cases[] = {
-        {"output only", {"a", "b"}, {}, true, true, "ab", "", "ab"},
-        {"errors only", {}, {"e1", "e2"}, true, true, "", "e1e2", "e1e2"},
-        // Errors read before output are appended again in every output-only pass.
-        {"error chunk repeated", {"", "o1", "o2"}, {"E"}, true, true, "o1o2", "EEE", "o1o2"},
-        {"output not captured", {"never"}, {"e"}, false, true, "", "e", "e"},
-        {"errors not captured", {"o"}, {"never"}, true, false, "o", "", "o"},
-        {"nothing captured", {"o"}, {"e"}, false, false, "", "", ""},
-    };
-    for (const Case& c : cases) {
-        Script output{c.output}, errors{c.errors};
-        const vltask::Capture capture = vltask::runCaptureLoop(std::ref(output), std::ref(errors), c.captureOutput, c.captureErrors);
-        EXPECT_EQ(capture.output, c.expectOutput) << c.name;
-        EXPECT_EQ(capture.errors, c.expectErrors) << c.name;
-        EXPECT_EQ(capture.result(), c.expectResult) << c.name;
-    }
-}
-
-TEST_F(TaskExTest, CaptureChoosesOutputThenErrors)
-{
-    const QString out = script(QStringLiteral("out"), "printf out");
-    const QString err = script(QStringLiteral("err"), "printf err >&2");
-    const QString both = script(QStringLiteral("both"), "printf err >&2; sleep 0.1; printf out; printf more >&2");
-    const QString none = script(QStringLiteral("none"), "exit 3");
-    EXPECT_EQ(VLTaskEx::dataFromTask(out), QByteArray("out"));
-    EXPECT_EQ(VLTaskEx::dataFromTask(err), QByteArray("err"));
-    EXPECT_EQ(VLTaskEx::dataFromTask(both), QByteArray("out"));
-    EXPECT_EQ(VLTaskEx::dataFromTask(none), QByteArray(""));
-    EXPECT_EQ(VLTaskEx::stringFromTask(out), QStringLiteral("out"));
-}
-
-TEST_F(TaskExTest, CaptureStreamsEnvironmentAndLargeOutput)
-{
-    // Standard input is a fresh pipe, never the parent's.
-    const QString input = script(QStringLiteral("stdin"), "[ -p /dev/stdin ] && printf pipe || printf other");
-    EXPECT_EQ(VLTaskEx::dataFromTask(input), QByteArray("pipe"));
-
-    // Only the given environment reaches the child.
-    const auto env = VLTaskEx::dataFromTask(QStringLiteral("/usr/bin/env"), {}, nullptr,
-        VLTaskEx::Environment{{QStringLiteral("ONLY"), QStringLiteral("this")}});
-    EXPECT_EQ(env, QByteArray("ONLY=this\n"));
-
-    const QString big = script(QStringLiteral("big"), "head -c 3000000 /dev/zero | tr '\\0' x; printf tail >&2");
-    const auto data = VLTaskEx::dataFromTask(big);
-    ASSERT_TRUE(data.has_value());
-    EXPECT_EQ(data->size(), 3000000);
-    EXPECT_EQ(data->count('x'), 3000000);
-
+    EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("none"), "exit 3")), QByteArray("")); // not a failure
+    EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("err"), "printf err >&2")), QByteArray("err"));
+    EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("both"), "printf err >&2; sleep 0.1; printf out")), QByteArray("out"));
+    // Standard input is a fresh pipe, never the parent's; only the given environment is passed.
+    EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("stdin"), "[ -p /dev/stdin ] && printf pipe")), QByteArray("pipe"));
+    EXPECT_EQ(VLTaskEx::dataFromTask(QStringLiteral("/usr/bin/env"), {}, nullptr, VLTaskEx::Environment{{QStringLiteral("ONLY"), QStringLiteral("this")}}),
+              QByteArray("ONLY=this\n"));
+    const auto big = VLTaskEx::dataFromTask(script(QStringLiteral("big"), "head -c 3000000 /dev/zero | tr '\\0' x; printf tail >&2"));
+    EXPECT_EQ(big.value_or(QByteArray()), QByteArray(3000000, 'x'));
     // Bytes above 0x7F do not decode as ASCII; they do as Latin-1.
     const QString high = script(QStringLiteral("high"), "printf '\\351t\\351'");
     EXPECT_EQ(VLTaskEx::stringFromTask(high), QString());
     EXPECT_EQ(VLTaskEx::stringFromTask(high, {}, VLTaskEx::Encoding::Latin1), QStringLiteral(u"\u00e9t\u00e9"));
-}
-
-TEST_F(TaskExTest, UncapturedOutputStaysTheParents)
-{
-    const QString both = script(QStringLiteral("both"), "printf visible; printf err >&2");
-    const QString sink = log_.path(QStringLiteral("stdout.txt"));
-    std::fflush(stdout);
-    const int saved = ::dup(1);
-    const int file = ::open(QFile::encodeName(sink).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    ::dup2(file, 1);
-    const auto data = VLTaskEx::dataFromTask(both, {}, nullptr, std::nullopt, false, true);
-    std::fflush(stdout);
-    ::dup2(saved, 1);
-    ::close(saved);
-    ::close(file);
+    // Output that is not captured stays the parent's.
+    std::optional<QByteArray> data;
+    const QByteArray printed = vltest::captureStdout([&] {
+        data = VLTaskEx::dataFromTask(script(QStringLiteral("visible"), "printf visible; printf err >&2"), {}, nullptr, std::nullopt, false, true);
+    });
     EXPECT_EQ(data, QByteArray("err"));
-    QFile written(sink);
-    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
-    EXPECT_EQ(written.readAll(), QByteArray("visible"));
+    EXPECT_EQ(printed, QByteArray("visible"));
+    EXPECT_EQ(VLTaskEx::dataFromTask(script(QStringLiteral("errors"), "printf err >&2"), {}, nullptr, std::nullopt, true, false), QByteArray(""));
 }
 
-TEST_F(TaskExTest, RefusesPackagesNonExecutablesAndMissingFiles)
+TEST_F(TaskExTest, RefusalsLaunchFailuresAndExitStatus)
 {
-    const QString bundle = log_.path(QStringLiteral("Tool.app"));
-    QDir().mkpath(bundle + QStringLiteral("/Contents/MacOS"));
-    const QString plain = log_.path(QStringLiteral("plain.txt"));
-    QFile file(plain);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("#!/bin/sh\necho hi\n");
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
-    const QString missing = log_.path(QStringLiteral("missing"));
-
-    for (const QString& path : {bundle, plain, missing}) {
+    QDir().mkpath(log_.path(QStringLiteral("Tool.app/Contents/MacOS")));
+    const QString plain = script(QStringLiteral("plain.txt"), "echo hi", QFile::ReadOwner | QFile::WriteOwner);
+    for (const QString& path : {log_.path(QStringLiteral("Tool.app")), plain, log_.path(QStringLiteral("missing"))}) {
         EXPECT_FALSE(VLTaskEx::runTask(path)) << qPrintable(path);
         EXPECT_EQ(VLTaskEx::dataFromTask(path), std::nullopt) << qPrintable(path);
-        EXPECT_EQ(VLTaskEx::stringFromTask(path), QString()) << qPrintable(path);
         EXPECT_EQ(VLTaskEx::terminationCodeFromTask(path), -1) << qPrintable(path);
         VLTaskEx::runTaskAndReturn(path);
-        EXPECT_EQ(vltest::LogFixture::logText().count(QStringLiteral("Error: %1 is not executable").arg(path)), 5)
-            << qPrintable(path);
+        EXPECT_EQ(LogFixture::logText().count(QStringLiteral("Error: %1 is not executable").arg(path)), 4) << qPrintable(path);
     }
-}
-
-TEST_F(TaskExTest, RelativePathFailsAtLaunchAndIsLogged)
-{
+    // A relative name passes no check and fails at launch.
     EXPECT_FALSE(VLTaskEx::runTask(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("true")}));
-    const QString text = vltest::LogFixture::logText();
-    EXPECT_TRUE(text.contains(QStringLiteral("Exception running task sh: launch path not accessible"))) << qPrintable(text);
-    EXPECT_FALSE(text.contains(QStringLiteral("is not executable")));
-
+    EXPECT_TRUE(LogFixture::logText().contains(QStringLiteral("Exception running task sh: launch path not accessible")));
     // Passes every check, fails at launch: caught by the capture family, not by the status one.
-    const QString badInterpreter = log_.path(QStringLiteral("bad"));
-    QFile file(badInterpreter);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("#!/nonexistent/interpreter\n");
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+    const QString badInterpreter = script(QStringLiteral("bad"), "#!/nonexistent/interpreter");
     EXPECT_EQ(VLTaskEx::dataFromTask(badInterpreter), std::nullopt);
     EXPECT_THROW((void)VLTaskEx::terminationCodeFromTask(badInterpreter), fnd::PlatformException);
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(
-        QStringLiteral("Exception running task %1: launch path not accessible").arg(badInterpreter)));
-}
-
-TEST_F(TaskExTest, WaitingFormsReportExitStatusNotFailure)
-{
-    const QString fails = script(QStringLiteral("fails"), "exit 7");
+    // A child that ran and failed is no failure of the call.
     VLTaskRef ref;
-    EXPECT_TRUE(VLTaskEx::runTask(fails, {}, &ref));
-    ASSERT_TRUE(ref.get());
-    EXPECT_EQ(ref.get()->terminationStatus(), 7);
-    EXPECT_EQ(VLTaskEx::terminationCodeFromTask(fails), 7);
+    EXPECT_TRUE(VLTaskEx::runTask(script(QStringLiteral("fails"), "exit 7"), {}, &ref));
+    EXPECT_EQ(ref.get() ? ref.get()->terminationStatus() : -1, 7);
     const QString args = script(QStringLiteral("args"), "[ \"$1\" = 'a b' ] && [ \"$2\" = '*' ] && exit 0; exit 1");
     EXPECT_EQ(VLTaskEx::terminationCodeFromTask(args, {QStringLiteral("a b"), QStringLiteral("*")}), 0);
 }
 
-// The hanging children below sleep a minute: a time-out that never acted would let the call
-// end only then, without the "timed out" line, and fail the test.
-TEST_F(TaskExTest, FractionalTimeoutTruncatesToZeroAndTerminates)
+// The hanging children sleep a minute: a time-out that never acted would let the call end
+// only then, without the "timed out" line, and fail the test.
+TEST_F(TaskExTest, TimeoutsTerminateAHangingChildAfterWholeSeconds)
 {
-    const QString marker = log_.path(QStringLiteral("started"));
-    const QString hang = script(QStringLiteral("hang"), "touch '" + marker.toUtf8() + "'; exec sleep 60");
-    std::optional<QByteArray> data;
-    // The main thread turns its event loop only once the child runs, so the zero-second
-    // timer's request is certain to find it.
-    vltest::runOffMainThread([&] { data = VLTaskEx::dataFromTaskTimeout(hang, {}, 0.9); },
-        [&] { return QFileInfo::exists(marker); });
-    EXPECT_EQ(data, QByteArray(""));
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(hang)));
-}
-
-TEST_F(TaskExTest, StatusTimeoutTerminatesAHangingChild)
-{
-    const QString hang = script(QStringLiteral("hang"), "exec sleep 60");
-    int status = 0;
-    vltest::runOffMainThread([&] { status = VLTaskEx::terminationCodeFromTaskTimeout(hang, {}, 1.5); });
-    EXPECT_EQ(status, SIGTERM);
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(hang)));
-}
-
-TEST_F(TaskExTest, RunTaskTimeoutWaitsForTheChild)
-{
+    for (const double seconds : {0.9, 1.5}) { // 0.9 s truncates to 0 s
+        const QString marker = log_.path(QStringLiteral("started%1").arg(seconds));
+        const QString hang = script(QStringLiteral("hang%1").arg(seconds), "touch '" + marker.toUtf8() + "'; exec sleep 60");
+        std::optional<QByteArray> data;
+        int status = 0;
+        // The main thread turns its event loop only once the child runs, so even the
+        // zero-second timer's request finds it.
+        vltest::runOffMainThread([&] {
+            if (seconds < 1)
+                data = VLTaskEx::dataFromTaskTimeout(hang, {}, seconds);
+            else
+                status = VLTaskEx::terminationCodeFromTaskTimeout(hang, {}, seconds);
+        }, [&] { return QFileInfo::exists(marker); });
+        EXPECT_TRUE(seconds < 1 ? data == QByteArray("") : status == SIGTERM) << seconds;
+        EXPECT_TRUE(LogFixture::logText().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(hang))) << seconds;
+    }
+    // runTaskTimeout waits however long the child runs: it outlives the one-second timer.
     const QString marker = log_.path(QStringLiteral("finished"));
-    // Outlives the one-second timer, whose request the main thread handles meanwhile.
     const QString slow = script(QStringLiteral("slow"), "sleep 2.5; touch '" + marker.toUtf8() + "'");
     vltest::runOffMainThread([&] { VLTaskEx::runTaskTimeout(slow, {}, 1); });
     EXPECT_TRUE(QFileInfo::exists(marker)) << "returned before the child ended, or the child was stopped";
-    EXPECT_FALSE(vltest::LogFixture::logText().contains(QStringLiteral("timed out")));
+    EXPECT_FALSE(LogFixture::logText().contains(QStringLiteral("Task %1 timed out").arg(slow)));
 }
-
-// Counts the requests other threads make of the main thread (blocking queued calls).
-class MainThreadRequests : public QObject {
-public:
-    bool eventFilter(QObject* watched, QEvent* event) override
-    {
-        if (event->type() == QEvent::MetaCall)
-            ++count;
-        return QObject::eventFilter(watched, event);
-    }
-    int count = 0;
-};
 
 TEST_F(TaskExTest, ATimerWhoseCallReturnedStillPerformsTimeout)
 {
-    const QString quick = script(QStringLiteral("quick"), "exit 0");
-    const QString hang = script(QStringLiteral("hang"), "exec sleep 30");
-    auto emptied = VLTaskEx::create();
-    auto reused = VLTaskEx::create();
-    const std::weak_ptr<VLTaskEx> emptiedAlive = emptied;
-    const std::weak_ptr<VLTaskEx> reusedAlive = reused;
-    // The main thread turns no events meanwhile, so neither timer can act before its call
-    // has returned and cleared theTask.
-    std::thread([&] {
-        EXPECT_EQ(emptied->terminationCodeFromTaskWithTimer(quick, {}, 1), 0);
-        EXPECT_EQ(reused->terminationCodeFromTaskWithTimer(quick, {}, 1), 0);
-    }).join();
-    EXPECT_FALSE(emptied->theTask());
+    auto task = VLTaskEx::create();
+    const std::weak_ptr<VLTaskEx> alive = task;
+    // The main thread turns no events meanwhile, so the timer cannot act before the call has
+    // returned and cleared theTask.
+    std::thread([&] { EXPECT_EQ(task->terminationCodeFromTaskWithTimer(script(QStringLiteral("quick"), "exit 0"), {}, 1), 0); }).join();
+    EXPECT_FALSE(task->theTask());
     // Whatever theTask holds when the timer wakes is what timeout acts on.
+    const QString hang = script(QStringLiteral("hang"), "exec sleep 30");
     auto child = std::make_shared<VLChildProcess>(hang, QStringList());
     child->setStandardOutput(VLChildProcess::Stream::Null);
     child->launch();
-    reused->setTheTask(child);
-    emptied.reset();
-    reused.reset();
-
-    MainThreadRequests requests;
-    QCoreApplication::instance()->installEventFilter(&requests);
+    task->setTheTask(child);
+    task.reset();
     const QDeadlineTimer guard(std::chrono::seconds(30));
-    while ((!emptiedAlive.expired() || !reusedAlive.expired()) && !guard.hasExpired())
+    while (!alive.expired() && !guard.hasExpired())
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    QCoreApplication::instance()->removeEventFilter(&requests);
-
-    EXPECT_TRUE(emptiedAlive.expired() && reusedAlive.expired());
-    EXPECT_EQ(requests.count, 2); // one timeout per timer, the one that found no task included
-    const QString log = vltest::LogFixture::logText();
-    EXPECT_EQ(log.count(QStringLiteral("timed out. Terminating...")), 1) << log.toStdString();
-    EXPECT_TRUE(log.contains(QStringLiteral("Task %1 timed out. Terminating...").arg(hang)));
+    EXPECT_TRUE(alive.expired()) << "the timer thread keeps the instance until it has slept its time";
+    EXPECT_TRUE(LogFixture::logText().contains(QStringLiteral("Task %1 timed out. Terminating...").arg(hang)));
+    child->waitUntilExit();
+    EXPECT_EQ(child->terminationStatus(), SIGTERM);
 }
 
-struct Deliveries {
+TEST_F(TaskExTest, AsyncDeliversChunksOffTheMainThreadThenOneEmptyDeliveryAndTerminates)
+{
     std::mutex mutex;
-    std::condition_variable changed;
-    QList<QByteArray> chunks;
+    QByteArray all;
+    int empty = 0;
     QVariant object;
     bool onMainThread = false;
-    void add(const QByteArray& chunk, const QVariant& context)
-    {
-        std::lock_guard lock(mutex);
-        chunks.append(chunk);
+    auto task = VLTaskEx::create();
+    task->asyncDataFromTask(script(QStringLiteral("async"), "printf one; sleep 0.2; printf two"), {}, [&](const QByteArray& chunk, VLTaskEx&, const QVariant& context) {
+        const std::lock_guard lock(mutex);
+        all += chunk;
+        empty += chunk.isEmpty() ? 1 : 0;
         object = context;
         onMainThread = onMainThread || QThread::currentThread() == QCoreApplication::instance()->thread();
-        changed.notify_all();
-    }
-    bool waitForEnd()
+    }, QStringLiteral("context"));
+    const auto ended = [&] {
+        const std::lock_guard lock(mutex);
+        return empty > 0;
+    };
+    ASSERT_TRUE(waitFor(ended));
+    QThread::msleep(200); // room for a second empty delivery
     {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(10), [this] { return !chunks.isEmpty() && chunks.last().isEmpty(); });
+        const std::lock_guard lock(mutex);
+        EXPECT_EQ(empty, 1);
+        EXPECT_EQ(all, QByteArray("onetwo"));
+        EXPECT_EQ(object, QVariant(QStringLiteral("context")));
+        EXPECT_FALSE(onMainThread);
+        EXPECT_FALSE(task->theTask() || task->delegate());
     }
-};
 
-TEST_F(TaskExTest, AsyncDeliversChunksThenOneEmptyDelivery)
-{
-    for (const QByteArray& body : {QByteArray("exit 0"), QByteArray("printf one; sleep 0.2; printf two")}) {
-        const QString path = script(QStringLiteral("async"), body);
-        Deliveries seen;
-        auto task = VLTaskEx::create();
-        task->asyncDataFromTask(path, {}, [&seen](const QByteArray& chunk, VLTaskEx&, const QVariant& object) {
-            seen.add(chunk, object);
-        }, QStringLiteral("context"));
-        ASSERT_TRUE(seen.waitForEnd()) << body.constData();
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        std::lock_guard lock(seen.mutex);
-        EXPECT_EQ(seen.chunks.count(QByteArray()), 1) << body.constData();
-        QByteArray all;
-        for (const QByteArray& chunk : seen.chunks)
-            all += chunk;
-        EXPECT_EQ(all, body.startsWith("exit") ? QByteArray() : QByteArray("onetwo"));
-        EXPECT_EQ(seen.object, QVariant(QStringLiteral("context")));
-        EXPECT_FALSE(seen.onMainThread);
-        EXPECT_FALSE(task->theTask());
-        EXPECT_FALSE(task->delegate());
-    }
-}
-
-TEST_F(TaskExTest, AsyncTerminateStopsAHangingChild)
-{
     const QString marker = log_.path(QStringLiteral("started"));
-    const QString hang = script(QStringLiteral("hang"), "touch '" + marker.toUtf8() + "'; exec sleep 30");
-    Deliveries seen;
-    auto task = VLTaskEx::create();
-    task->asyncDataFromTask(hang, {}, [&seen](const QByteArray& chunk, VLTaskEx&, const QVariant& object) { seen.add(chunk, object); });
-    while (!QFileInfo::exists(marker))
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    task->asyncDataFromTask(script(QStringLiteral("hang"), "touch '" + marker.toUtf8() + "'; exec sleep 30"), {}, [](const QByteArray&, VLTaskEx&, const QVariant&) {});
+    ASSERT_TRUE(waitFor([&] { return QFileInfo::exists(marker); }));
     const auto child = task->theTask();
     ASSERT_TRUE(child);
     task->terminateAsyncTask();
@@ -331,38 +188,26 @@ TEST_F(TaskExTest, AsyncTerminateStopsAHangingChild)
     EXPECT_FALSE(task->theTask());
 
     VLTaskEx::create()->asyncDataFromTask(log_.path(QStringLiteral("missing")), {}, {});
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(
-        QStringLiteral("Unable to launch async task - task does not exist or is not executable")));
+    EXPECT_TRUE(waitFor([] {
+        return LogFixture::logText().contains(QStringLiteral("Unable to launch async task - task does not exist or is not executable"));
+    }));
 }
 
-// Children of this process that have exited and not been collected.
-int zombieChildren()
+// Whether a child of this process has exited and not been collected (it is left so).
+bool hasZombieChild()
 {
-    int zombies = 0;
-    const QString self = QString::number(::getpid());
-    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
-        if (!stat.open(QIODevice::ReadOnly))
-            continue;
-        const QString text = QString::fromLatin1(stat.readAll());
-        // "pid (comm) state ppid ...": the command may hold blanks, so split after ')'.
-        const QStringList fields = text.mid(text.lastIndexOf(QLatin1Char(')')) + 2).split(QLatin1Char(' '));
-        if (fields.size() > 1 && fields[1] == self && fields[0] == QStringLiteral("Z"))
-            ++zombies;
-    }
-    return zombies;
+    siginfo_t info{};
+    return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
 }
 
 TEST_F(TaskExTest, ChildrenNobodyWaitsForAreReaped)
 {
     const QString quick = script(QStringLiteral("quick"), "printf x");
-    for (int i = 0; i < 40; ++i) {
+    for (int i = 0; i < 20; ++i) {
         VLTaskEx::runTaskAndReturn(QStringLiteral("/bin/true"));
         (void)VLTaskEx::dataFromTask(quick);
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    EXPECT_EQ(zombieChildren(), 0);
+    EXPECT_TRUE(waitFor([] { return !hasZombieChild(); }));
 }
 
 } // namespace

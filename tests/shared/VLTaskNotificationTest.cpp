@@ -4,11 +4,11 @@
 #include "support/NotificationListener.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -19,86 +19,74 @@ namespace {
 // Each case gets its own TMPDIR (where the client sockets live) and HOME (the log).
 class VLTaskNotificationTest : public ::testing::Test {
 protected:
-    void SetUp() override
+    VLTaskNotificationTest()
     {
-        ASSERT_TRUE(dir_.isValid());
-        oldTmp_ = qgetenv("TMPDIR");
-        oldHome_ = qgetenv("HOME");
-        qputenv("TMPDIR", dir_.path().toUtf8());
-        qputenv("HOME", dir_.path().toUtf8());
+        QDir().mkpath(log_.path(QStringLiteral("tmp")));
+        log_.environment().set("TMPDIR", log_.path(QStringLiteral("tmp")));
     }
-    void TearDown() override
+    QString socketPath(const QString& name = QStringLiteral("VLTesselCallback")) const
     {
-        qputenv("TMPDIR", oldTmp_);
-        qputenv("HOME", oldHome_);
+        return log_.path(QStringLiteral("tmp/") + name);
     }
-    QString socketPath(const QString& name) const { return dir_.path() + QLatin1Char('/') + name; }
-    static QString processName() { return QFileInfo(QCoreApplication::applicationFilePath()).fileName(); }
-
-    static void postAllFive()
-    {
-        VLTaskNotification::postIncrementProgress();
-        VLTaskNotification::postTaskFinished();
-        VLTaskNotification::postTaskError(QStringLiteral("disk full"), {{QStringLiteral("code"), 28}});
-        VLTaskNotification::postTaskErrorString(QStringLiteral("Unable to install \"X\" -\nline two \u00e9"));
-        VLTaskNotification::postDisconnect();
-    }
-
-    QTemporaryDir dir_;
-    QByteArray oldTmp_;
-    QByteArray oldHome_;
+    vltest::LogFixture log_;
 };
 
 TEST_F(VLTaskNotificationTest, DeliversEveryMessageInOrderWithItsArguments)
 {
-    NotificationListener client(socketPath(QStringLiteral("VLTesselCallback")));
+    NotificationListener client(socketPath());
     ASSERT_TRUE(client.start());
-    postAllFive();
+    VLTaskNotification::postIncrementProgress();
+    VLTaskNotification::postTaskFinished();
+    VLTaskNotification::postTaskError(QStringLiteral("disk full"), {{QStringLiteral("code"), 28}});
+    VLTaskNotification::postTaskErrorString(QStringLiteral("Unable to install \"X\" -\nline two \u00e9"));
+    VLTaskNotification::postDisconnect();
     ASSERT_TRUE(client.waitForMessages(5));
     const auto got = client.messages();
     EXPECT_EQ(client.messageNames(),
-              (QStringList{QStringLiteral("incrementRemoteProgress"), QStringLiteral("postFinishedTask"),
-                           QStringLiteral("postError:forApp:"), QStringLiteral("postErrorString:userInfo:"),
-                           QStringLiteral("postDisconnect")}));
+              (QStringList{QStringLiteral("incrementRemoteProgress"), QStringLiteral("postFinishedTask"), QStringLiteral("postError:forApp:"),
+                           QStringLiteral("postErrorString:userInfo:"), QStringLiteral("postDisconnect")}));
     EXPECT_EQ(client.connectionCount(), 5);
-    EXPECT_TRUE(got[0].arguments.isEmpty());
-
+    const QString process = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
     const QJsonObject error = got[2].arguments.at(0).toObject();
     EXPECT_EQ(error.value(QStringLiteral("description")).toString(), QStringLiteral("disk full"));
     EXPECT_EQ(error.value(QStringLiteral("userInfo")).toObject().value(QStringLiteral("code")).toInt(), 28);
-    EXPECT_EQ(got[2].arguments.at(1).toString(), processName());
-
+    EXPECT_EQ(got[2].arguments.at(1).toString(), process);
     // Quotes, a line break and non-ASCII text arrive intact inside one message line.
     EXPECT_EQ(got[3].arguments.at(0).toString(), QStringLiteral("Unable to install \"X\" -\nline two \u00e9"));
-    EXPECT_EQ(got[3].arguments.at(1).toObject().value(QStringLiteral("appName")).toString(), processName());
+    EXPECT_EQ(got[3].arguments.at(1).toObject().value(QStringLiteral("appName")).toString(), process);
 }
 
 TEST_F(VLTaskNotificationTest, ShortFormsWhenTheClientLacksTheLongOnesAndNothingWhenItLacksBoth)
 {
-    NotificationListener shortForms(socketPath(QStringLiteral("VLTesselCallback")),
-                                    {QStringLiteral("postError:"), QStringLiteral("postErrorString:")});
-    ASSERT_TRUE(shortForms.start());
+    NotificationListener client(socketPath(), {QStringLiteral("postError:"), QStringLiteral("postErrorString:")});
+    ASSERT_TRUE(client.start());
     VLTaskNotification::postTaskError(QStringLiteral("bad"));
-    VLTaskNotification::postTaskErrorString(QStringLiteral("worse"));
     VLTaskNotification::postIncrementProgress(); // not implemented: the client gets no line
-    ASSERT_TRUE(shortForms.waitForMessages(2));
-    const auto got = shortForms.messages();
+    VLTaskNotification::postTaskErrorString(QStringLiteral("worse"));
+    ASSERT_TRUE(client.waitForMessages(2));
+    const auto got = client.messages();
     ASSERT_EQ(got.size(), 2);
     EXPECT_EQ(got[0].name, QStringLiteral("postError:"));
     EXPECT_EQ(got[0].arguments.size(), 1);
     EXPECT_EQ(got[1].name, QStringLiteral("postErrorString:"));
     EXPECT_EQ(got[1].arguments, QJsonArray{QStringLiteral("worse")});
-    EXPECT_EQ(shortForms.connectionCount(), 3);
 }
 
-TEST_F(VLTaskNotificationTest, TriesTheSecondNameOnlyWhenTheFirstIsAbsent)
+TEST_F(VLTaskNotificationTest, OnlyAListeningClientHearsAPostAndNothingIsKeptForLater)
 {
+    // A stale socket file left by a client that went away counts as no client, and stays.
+    QFile stale(socketPath());
+    ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
+    stale.close();
+    VLTaskNotification::postDisconnect();
+    EXPECT_TRUE(QFileInfo(socketPath()).isFile());
+    QFile::remove(socketPath());
+    // The second name is tried only when the first is absent.
     NotificationListener harrow(socketPath(QStringLiteral("VLHarrowClientCallback")));
     ASSERT_TRUE(harrow.start());
     VLTaskNotification::postTaskFinished();
     ASSERT_TRUE(harrow.waitForMessages(1));
-
-    NotificationListener tessel(socketPath(QStringLiteral("VLTesselCallback")));
+    NotificationListener tessel(socketPath());
     ASSERT_TRUE(tessel.start());
     VLTaskNotification::postDisconnect();
     ASSERT_TRUE(tessel.waitForMessages(1));
@@ -106,40 +94,19 @@ TEST_F(VLTaskNotificationTest, TriesTheSecondNameOnlyWhenTheFirstIsAbsent)
     EXPECT_EQ(harrow.messageNames(), QStringList{QStringLiteral("postFinishedTask")});
 }
 
-TEST_F(VLTaskNotificationTest, WithoutAClientNothingIsSentOrKeptForLater)
-{
-    // A stale socket file left by a client that went away counts as no client.
-    const QString stalePath = socketPath(QStringLiteral("VLTesselCallback"));
-    QFile stale(stalePath);
-    ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
-    stale.close();
-    postAllFive();
-    EXPECT_TRUE(QFileInfo(stalePath).isFile()) << "the stale file is left as it was";
-    // A client that comes later hears only what is posted after it came.
-    QFile::remove(stalePath);
-    NotificationListener late(stalePath);
-    ASSERT_TRUE(late.start());
-    VLTaskNotification::postTaskFinished();
-    ASSERT_TRUE(late.waitForMessages(1));
-    EXPECT_EQ(late.messageNames(), QStringList{QStringLiteral("postFinishedTask")});
-    EXPECT_EQ(late.connectionCount(), 1);
-}
-
 TEST_F(VLTaskNotificationTest, AStuckClientDelaysButNeverHangsThePost)
 {
     for (auto behaviour : {NotificationListener::Behaviour::NeverAnswer, NotificationListener::Behaviour::Silent}) {
-        NotificationListener stuck(socketPath(QStringLiteral("VLTesselCallback")),
-                                   NotificationListener::allMessages(), behaviour);
+        NotificationListener stuck(socketPath(), NotificationListener::allMessages(), behaviour);
         ASSERT_TRUE(stuck.start());
-        vltest::LogFixture log;
         // Returns (a post that hung would hold the test until its time limit) after giving up
         // on the client, which the log says.
         VLTaskNotification::postTaskFinished();
         const bool sent = behaviour == NotificationListener::Behaviour::NeverAnswer;
         const QString gaveUp = sent ? QStringLiteral("the client did not acknowledge postFinishedTask")
                                     : QStringLiteral("the client did not say which messages it implements");
-        EXPECT_TRUE(vltest::LogFixture::logText().contains(
-            QStringLiteral("+[VLTaskNotification postTaskFinished]: ") + gaveUp)) << qPrintable(vltest::LogFixture::logText());
+        EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("+[VLTaskNotification postTaskFinished]: ") + gaveUp))
+            << qPrintable(vltest::LogFixture::logText());
         EXPECT_EQ(stuck.waitForMessages(1, 1000), sent);
     }
 }
@@ -148,10 +115,9 @@ TEST_F(VLTaskNotificationTest, TheShellListenerReceivesWhatTheUpdaterPosts)
 {
     vltest::ChildProcess listener;
     ASSERT_TRUE(listener.start(QStringLiteral("/usr/bin/python3"),
-                               {QStringLiteral(VELMORA_SOURCE_DIR "/scripts/notification-listener.py"),
-                                QStringLiteral("--implements"), QStringLiteral("postErrorString: postFinishedTask")}));
-    EXPECT_EQ(listener.readLine(10000).value_or("").trimmed(),
-              "listening " + socketPath(QStringLiteral("VLTesselCallback")).toUtf8());
+                               {QStringLiteral(VELMORA_SOURCE_DIR "/scripts/notification-listener.py"), QStringLiteral("--implements"),
+                                QStringLiteral("postErrorString: postFinishedTask")}));
+    EXPECT_EQ(listener.readLine(10000).value_or("").trimmed(), "listening " + socketPath().toUtf8());
     VLTaskNotification::postTaskErrorString(QStringLiteral("t\u00e9xt"));
     VLTaskNotification::postIncrementProgress();
     VLTaskNotification::postTaskFinished();
@@ -162,8 +128,7 @@ TEST_F(VLTaskNotificationTest, TheShellListenerReceivesWhatTheUpdaterPosts)
     const QJsonObject error = QJsonDocument::fromJson(*first).object();
     EXPECT_EQ(error.value(QStringLiteral("message")).toString(), QStringLiteral("postErrorString:"));
     EXPECT_EQ(error.value(QStringLiteral("arguments")).toArray(), QJsonArray{QStringLiteral("t\u00e9xt")});
-    EXPECT_EQ(QJsonDocument::fromJson(*second).object().value(QStringLiteral("message")).toString(),
-              QStringLiteral("postFinishedTask"));
+    EXPECT_EQ(QJsonDocument::fromJson(*second).object().value(QStringLiteral("message")).toString(), QStringLiteral("postFinishedTask"));
 }
 
 } // namespace

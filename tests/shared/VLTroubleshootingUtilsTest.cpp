@@ -9,21 +9,21 @@
 #include "support/ZipListing.h"
 
 #include <QCoreApplication>
-#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+
+#include <algorithm>
 
 #include <sys/stat.h>
 
 namespace {
 
-using vltest::FileOpsSandboxTest;
 using When = vltest::ScriptedAlertPresenter::When;
 
 const QStringList kNames{QStringLiteral("My App"), QStringLiteral("Second Tool")};
 
-class VLTroubleshootingUtilsTest : public FileOpsSandboxTest {
+class VLTroubleshootingUtilsTest : public vltest::FileOpsSandboxTest {
 protected:
     void SetUp() override
     {
@@ -44,15 +44,10 @@ protected:
         }
         return messages;
     }
-
     QString userPath(const QString& relative) const { return sandbox.homePath(QStringLiteral("Library/") + relative); }
-    QString machinePath(const QString& relative) const { return sandbox.sysPath(QStringLiteral("/Library/") + relative); }
-    QString archive(const QString& name = QStringLiteral("My App Logs.zip")) const
-    {
-        return sandbox.homePath(QStringLiteral("Desktop/") + name);
-    }
+    QString archive(const QString& name = QStringLiteral("My App Logs.zip")) const { return sandbox.homePath(QStringLiteral("Desktop/") + name); }
     // The archive's members that are files or links, as paths outside the staging folder.
-    QStringList gatheredPaths(const QString& zip) const
+    static QStringList gatheredPaths(const QString& zip)
     {
         QStringList paths;
         for (const QString& member : vltest::zipMembers(zip))
@@ -61,40 +56,6 @@ protected:
         return paths;
     }
 
-    // Two domains of logs, crash reports and preferences, with a link, a dangling link and
-    // names with spaces; what must be gathered is listed in `wanted`.
-    void layOutTree()
-    {
-        const auto add = [this](const QString& path, bool gathered, const QByteArray& data = "x") {
-            ASSERT_TRUE(writeFile(path, data));
-            if (gathered)
-                wanted << path;
-        };
-        add(userPath(QStringLiteral("Logs/Velmora/My App.1.log")), true);
-        add(userPath(QStringLiteral("Logs/Velmora/My App.1.task.log")), true);
-        add(userPath(QStringLiteral("Logs/Velmora/My App.txt")), false);
-        add(userPath(QStringLiteral("Logs/Velmora/Other.1.log")), false);
-        add(userPath(QStringLiteral("Logs/DiagnosticReports/My App_2024-05-01.ips")), true);
-        add(userPath(QStringLiteral("Logs/DiagnosticReports/My Apple_2024-05-01.crash")), false);
-        add(userPath(QStringLiteral("Logs/DiagnosticReports/Second Tool_1.txt")), false);
-        add(sandbox.homePath(QStringLiteral("elsewhere/real.crash")), false, "linked report");
-        ASSERT_TRUE(sandbox.makeDir(userPath(QStringLiteral("Logs/CrashReporter"))));
-        const QString link = userPath(QStringLiteral("Logs/CrashReporter/My App_linked.crash"));
-        ASSERT_TRUE(QFile::link(sandbox.homePath(QStringLiteral("elsewhere/real.crash")), link));
-        wanted << link;
-        const QString dangling = userPath(QStringLiteral("Logs/CrashReporter/Second Tool_gone.crash"));
-        ASSERT_TRUE(QFile::link(sandbox.homePath(QStringLiteral("nowhere.crash")), dangling));
-        wanted << dangling;
-        add(userPath(QStringLiteral("Preferences/com.velmora.MyApp.plist")), true);
-        add(userPath(QStringLiteral("Preferences/com.velmora.myapp.plist")), false); // the exact form was found
-        add(userPath(QStringLiteral("Preferences/com.velmora.secondtool.plist")), true);
-        add(machinePath(QStringLiteral("Logs/Velmora/Second Tool.1.log")), true);
-        add(machinePath(QStringLiteral("Logs/CrashReporter/My App_2024.crash")), true);
-        add(machinePath(QStringLiteral("Preferences/com.velmora.My App.plist")), false);
-        wanted.sort();
-    }
-
-    QStringList wanted;
     std::shared_ptr<vltest::ScriptedAlertPresenter> presenter_ = std::make_shared<vltest::ScriptedAlertPresenter>();
 
 private:
@@ -103,53 +64,67 @@ private:
 
 TEST_F(VLTroubleshootingUtilsTest, ViewingALogOpensItOrSaysThereIsNone)
 {
-    const struct {
-        const char* file;
-        bool (*view)(const QString&);
-    } cases[] = {
-        {"Logs/Velmora/My App.1.log", &VLTroubleshootingUtils::viewLogForApp},
-        {"Logs/Velmora/My App.1.task.log", &VLTroubleshootingUtils::viewTaskLogForApp},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.file);
-        presenter_->alerts.clear();
-        EXPECT_FALSE(c.view(QStringLiteral("My App")));
-        EXPECT_EQ(alertMessages(), QStringList{QStringLiteral("No log found")});
-
-        const QString log = userPath(QLatin1String(c.file));
-        ASSERT_TRUE(writeFile(log));
-        EXPECT_TRUE(c.view(QStringLiteral("My App")));
-        EXPECT_EQ(waitForCalls(QStringLiteral("xdg-open")).value(0), (QStringList{QStringLiteral("xdg-open"), log}));
-        EXPECT_EQ(presenter_->alerts.size(), 1);
-        ASSERT_TRUE(QFile::remove(sandbox.toolLogPath()));
-    }
+    EXPECT_FALSE(VLTroubleshootingUtils::viewLogForApp(QStringLiteral("My App")));
+    EXPECT_EQ(alertMessages(), QStringList{QStringLiteral("No log found")});
+    for (const char* file : {"Logs/Velmora/My App.1.log", "Logs/Velmora/My App.1.task.log"})
+        ASSERT_TRUE(writeFile(userPath(QLatin1String(file))));
+    EXPECT_TRUE(VLTroubleshootingUtils::viewLogForApp(QStringLiteral("My App")));
+    EXPECT_TRUE(VLTroubleshootingUtils::viewTaskLogForApp(QStringLiteral("My App")));
+    QList<QStringList> opened = waitForCalls(QStringLiteral("xdg-open"), 2);
+    std::sort(opened.begin(), opened.end()); // the openers run detached and record in either order
+    EXPECT_EQ(opened, (QList<QStringList>{{QStringLiteral("xdg-open"), userPath(QStringLiteral("Logs/Velmora/My App.1.log"))},
+                                          {QStringLiteral("xdg-open"), userPath(QStringLiteral("Logs/Velmora/My App.1.task.log"))}}));
+    EXPECT_EQ(presenter_->alerts.size(), 1);
 }
 
 TEST_F(VLTroubleshootingUtilsTest, GatheringMirrorsBothDomainsIntoAZipOnTheDesktop)
 {
-    ASSERT_NO_FATAL_FAILURE(layOutTree());
-    const QString extra = sandbox.tmpPath(QStringLiteral("notes for support.txt"));
-    ASSERT_TRUE(writeFile(extra));
-    wanted << extra;
+    // Two domains of logs, crash reports and preferences, with a link, a dangling link and
+    // names with spaces; each path is listed with whether it must be gathered.
+    const QString machine = sandbox.sysPath(QStringLiteral("/Library/"));
+    const std::pair<QString, bool> tree[] = {
+        {userPath(QStringLiteral("Logs/Velmora/My App.1.log")), true},
+        {userPath(QStringLiteral("Logs/Velmora/My App.1.task.log")), true},
+        {userPath(QStringLiteral("Logs/Velmora/My App.txt")), false},
+        {userPath(QStringLiteral("Logs/Velmora/Other.1.log")), false},
+        {userPath(QStringLiteral("Logs/DiagnosticReports/My App_2024-05-01.ips")), true},
+        {userPath(QStringLiteral("Logs/DiagnosticReports/My Apple_2024-05-01.crash")), false},
+        {userPath(QStringLiteral("Logs/DiagnosticReports/Second Tool_1.txt")), false},
+        {userPath(QStringLiteral("Preferences/com.velmora.MyApp.plist")), true},
+        {userPath(QStringLiteral("Preferences/com.velmora.myapp.plist")), false}, // the exact form was found
+        {userPath(QStringLiteral("Preferences/com.velmora.secondtool.plist")), true},
+        {machine + QStringLiteral("Logs/Velmora/Second Tool.1.log"), true},
+        {machine + QStringLiteral("Logs/CrashReporter/My App_2024.crash"), true},
+        {machine + QStringLiteral("Preferences/com.velmora.My App.plist"), false},
+        {sandbox.tmpPath(QStringLiteral("notes for support.txt")), true}, // passed as an additional file
+        {sandbox.homePath(QStringLiteral("elsewhere/real.crash")), false},
+    };
+    QStringList wanted;
+    for (const auto& [path, gathered] : tree) {
+        ASSERT_TRUE(writeFile(path, path.toUtf8()));
+        if (gathered)
+            wanted << path;
+    }
+    const QString linked = userPath(QStringLiteral("Logs/CrashReporter/My App_linked.crash"));
+    const QString dangling = userPath(QStringLiteral("Logs/CrashReporter/Second Tool_gone.crash"));
+    ASSERT_TRUE(sandbox.makeDir(userPath(QStringLiteral("Logs/CrashReporter"))));
+    ASSERT_TRUE(QFile::link(sandbox.homePath(QStringLiteral("elsewhere/real.crash")), linked));
+    ASSERT_TRUE(QFile::link(sandbox.homePath(QStringLiteral("nowhere.crash")), dangling));
+    wanted << linked << dangling;
     wanted.sort();
 
-    ASSERT_TRUE(VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames, false, {extra}));
+    ASSERT_TRUE(VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames, false, {sandbox.tmpPath(QStringLiteral("notes for support.txt"))}));
     EXPECT_EQ(alertMessages(), QStringList{QStringLiteral("Logs gathered successfully")});
     EXPECT_EQ(gatheredPaths(archive()), wanted);
     EXPECT_FALSE(QFileInfo::exists(VLTroubleshootingUtils::stagingFolder()));
-
-    // A link whose target exists is gathered as its target; a dangling one as the link.
+    // A link whose target exists is gathered as its target; a dangling one as the link. The
+    // sources are only read.
     const QString out = sandbox.tmpPath(QStringLiteral("opened"));
     ASSERT_TRUE(VLFileManager::decompressFile(archive(), out));
-    const QString staged = out + QStringLiteral("/VL_App_Logs");
-    const QFileInfo linked(staged + userPath(QStringLiteral("Logs/CrashReporter/My App_linked.crash")));
-    EXPECT_FALSE(linked.isSymLink());
-    EXPECT_EQ(readFile(linked.filePath()), QByteArray("linked report"));
-    EXPECT_TRUE(QFileInfo(staged + userPath(QStringLiteral("Logs/CrashReporter/Second Tool_gone.crash"))).isSymLink());
-
-    // The sources are only read.
-    EXPECT_TRUE(QFileInfo(userPath(QStringLiteral("Logs/CrashReporter/My App_linked.crash"))).isSymLink());
-    EXPECT_EQ(readFile(sandbox.homePath(QStringLiteral("elsewhere/real.crash"))), QByteArray("linked report"));
+    EXPECT_FALSE(QFileInfo(out + QStringLiteral("/VL_App_Logs") + linked).isSymLink());
+    EXPECT_EQ(readFile(out + QStringLiteral("/VL_App_Logs") + linked), sandbox.homePath(QStringLiteral("elsewhere/real.crash")).toUtf8());
+    EXPECT_TRUE(QFileInfo(out + QStringLiteral("/VL_App_Logs") + dangling).isSymLink());
+    EXPECT_TRUE(QFileInfo(linked).isSymLink());
 }
 
 TEST_F(VLTroubleshootingUtilsTest, ASecondArchiveGetsATimeStampAndTheFirstIsKept)
@@ -159,56 +134,45 @@ TEST_F(VLTroubleshootingUtilsTest, ASecondArchiveGetsATimeStampAndTheFirstIsKept
     const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
     ASSERT_TRUE(VLTroubleshootingUtils::gatherLogsForAppWithName(QStringLiteral("My App")));
     const QDateTime after = QDateTime::currentDateTime().addSecs(1);
-
     const QStringList archives = QDir(sandbox.homePath(QStringLiteral("Desktop"))).entryList(QDir::Files, QDir::Name);
     ASSERT_EQ(archives.size(), 2) << archives.join(QLatin1Char(',')).toStdString();
     EXPECT_EQ(archives[0], QStringLiteral("My App Logs.zip"));
-    const QRegularExpressionMatch stamped =
-        QRegularExpression(QStringLiteral("^My App Logs_(\\d{14})\\.zip$")).match(archives[1]);
-    ASSERT_TRUE(stamped.hasMatch()) << archives[1].toStdString();
+    const auto stamped = QRegularExpression(QStringLiteral("^My App Logs_(\\d{14})\\.zip$")).match(archives[1]);
     const QDateTime stamp = QDateTime::fromString(stamped.captured(1), QStringLiteral("yyyyMMddHHmmss"));
-    EXPECT_TRUE(stamp >= before && stamp <= after) << stamped.captured(1).toStdString();
+    EXPECT_TRUE(stamp >= before && stamp <= after) << archives[1].toStdString();
     EXPECT_EQ(gatheredPaths(archive(archives[0])), gatheredPaths(archive(archives[1])));
     EXPECT_EQ(alertMessages(), QStringList{QStringLiteral("Logs gathered successfully")}); // the first was silent
 }
 
-TEST_F(VLTroubleshootingUtilsTest, NothingGatheredMakesNoArchive)
+TEST_F(VLTroubleshootingUtilsTest, NothingGatheredOrAFailureMakesNoArchive)
 {
     ASSERT_TRUE(writeFile(userPath(QStringLiteral("Logs/Velmora/Other.1.log"))));
     EXPECT_FALSE(VLTroubleshootingUtils::gatherLogsForAppsWithNames({}, false));
-    EXPECT_FALSE(QFileInfo::exists(VLTroubleshootingUtils::stagingFolder()));
     EXPECT_FALSE(VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames, true));
     EXPECT_TRUE(presenter_->alerts.isEmpty());
     EXPECT_FALSE(VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames));
     EXPECT_EQ(alertMessages(), QStringList{QStringLiteral("No logs found")});
-    EXPECT_TRUE(QDir(sandbox.homePath(QStringLiteral("Desktop"))).isEmpty());
-}
 
-TEST_F(VLTroubleshootingUtilsTest, FailuresAreToldAndStopTheGathering)
-{
+    // A file that cannot be copied stops the gathering; the staging folder stays behind,
+    // private to its owner.
     ASSERT_TRUE(writeFile(userPath(QStringLiteral("Logs/Velmora/My App.1.log"))));
-    const QString missing = sandbox.tmpPath(QStringLiteral("missing.txt"));
     bool gathered = true;
     const QByteArray printed = vltest::captureStdout([&] {
-        gathered = VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames, false, {missing});
+        gathered = VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames, false, {sandbox.tmpPath(QStringLiteral("missing.txt"))});
     });
     EXPECT_FALSE(gathered);
     EXPECT_TRUE(printed.startsWith("Unable to copy file: ")) << printed.constData();
-    EXPECT_TRUE(presenter_->alerts.isEmpty());
-    // The staging folder stays behind, private to its owner.
+    EXPECT_EQ(presenter_->alerts.size(), 1); // printed, not shown
     struct stat staging {};
     ASSERT_EQ(::stat(QFile::encodeName(VLTroubleshootingUtils::stagingFolder()).constData(), &staging), 0);
     EXPECT_EQ(staging.st_mode & 0777, 0700u);
     EXPECT_TRUE(QDir(sandbox.homePath(QStringLiteral("Desktop"))).isEmpty());
-
     // No desktop folder to hold the archive: the user is told, and the staging folder goes.
     ASSERT_TRUE(QDir(sandbox.homePath(QStringLiteral("Desktop"))).removeRecursively());
     EXPECT_FALSE(VLTroubleshootingUtils::gatherLogsForAppsWithNames(kNames));
-    EXPECT_EQ(alertMessages(), QStringList{QStringLiteral("Logs could not be gathered")});
+    EXPECT_EQ(alertMessages(), (QStringList{QStringLiteral("No logs found"), QStringLiteral("Logs could not be gathered")}));
     EXPECT_FALSE(QFileInfo::exists(VLTroubleshootingUtils::stagingFolder()));
 }
-
-// ---- an unreadable folder, as "nobody" -----------------------------------------------------
 
 // Runs in the child only; skipped in ordinary runs.
 TEST(VLTroubleshootingUtilsChild, Run)
@@ -224,15 +188,11 @@ TEST_F(VLTroubleshootingUtilsTest, AnUnreadableLogFolderIsPassedOver)
     if (!uid)
         GTEST_SKIP() << "needs root to run a child as an unprivileged user";
     ASSERT_TRUE(writeFile(userPath(QStringLiteral("Logs/Velmora/My App.1.log"))));
-    ASSERT_TRUE(writeFile(machinePath(QStringLiteral("Logs/Velmora/My App.1.log"))));
-    ASSERT_EQ(::chmod(QFile::encodeName(machinePath(QStringLiteral("Logs/Velmora"))).constData(), 0700), 0);
+    ASSERT_TRUE(writeFile(sandbox.sysPath(QStringLiteral("/Library/Logs/Velmora/My App.1.log"))));
+    ASSERT_EQ(::chmod(QFile::encodeName(sandbox.sysPath(QStringLiteral("/Library/Logs/Velmora"))).constData(), 0700), 0);
     ASSERT_TRUE(sandbox.giveHomeTo(*uid));
-
-    vltest::RunOptions options;
-    options.uid = uid;
-    options.extraEnv.insert(QStringLiteral("VLTU_CHILD"), QStringLiteral("gather"));
-    const vltest::RunResult result = sandbox.run(QCoreApplication::applicationFilePath(),
-                                                 {QStringLiteral("--gtest_filter=VLTroubleshootingUtilsChild.Run")}, options);
+    const vltest::RunResult result = sandbox.run(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLTroubleshootingUtilsChild.Run")},
+                                                 {.uid = uid, .extraEnv = {{QStringLiteral("VLTU_CHILD"), QStringLiteral("gather")}}});
     ASSERT_EQ(result.exitCode, 0) << result.describe().toStdString();
     EXPECT_EQ(gatheredPaths(archive()), QStringList{userPath(QStringLiteral("Logs/Velmora/My App.1.log"))});
 }

@@ -81,43 +81,30 @@ template <typename List> QStringList labels(const List& nodes)
     return result;
 }
 
-TEST(VLXMLParser, EscapingWalksUtf16Units)
+TEST(VLXMLParser, EscapingWalksUtf16UnitsAndShortTextWithAmpersandFaults)
 {
     vltest::LogFixture log;
-    const struct {
-        QString text;
-        QString escaped;
-    } cases[] = {
+    const std::pair<QString, QString> cases[] = {
         {QStringLiteral("Caf\u00e9"), QStringLiteral("Caf&#233;")},
         {QStringLiteral("\U0001F3AC"), QStringLiteral("&#55356;&#57260;")}, // a surrogate pair is two units
-        {QStringLiteral("Tom &amp; Jerry"), QStringLiteral("Tom &amp; Jerry")},
         {QStringLiteral("Tom & Jerry"), QStringLiteral("Tom &amp; Jerry")},
-        {QStringLiteral("&abc"), QStringLiteral("&amp;abc")},           // four units: no look-ahead, no fault
-        {QStringLiteral("ab&amp;"), QStringLiteral("ab&amp;")},         // the last five units are looked at too
+        {QStringLiteral("&abc"), QStringLiteral("&amp;abc")},   // four units: no look-ahead, no fault
+        {QStringLiteral("ab&amp;"), QStringLiteral("ab&amp;")}, // the last five units are looked at too
         {QStringLiteral("a\r\nb\tc"), QStringLiteral("a&#13;bc")},
-        {QString(QChar(25)) + QStringLiteral("x\u009f"), QString(QChar(25)) + QStringLiteral("x\u009f")},
-        {QString(), QString()},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(VLXMLParser::escapeQueryString(c.text), c.escaped) << c.text.toStdString();
+    for (const auto& [text, escaped] : cases)
+        EXPECT_EQ(VLXMLParser::escapeQueryString(text), escaped) << text.toStdString();
     // One line per dropped unit (the log trims the unit itself away: it is white space).
     EXPECT_EQ(log.logText().count(QStringLiteral(" - Stripped character\n")), 2);
-}
-
-TEST(VLXMLParser, ShortTextWithAmpersandRaisesTheRangeFault)
-{
-    Project project;
-    for (const QString& text : {QStringLiteral("&"), QStringLiteral("a&"), QStringLiteral("//&")}) {
-        try {
-            (void)VLXMLParser::escapeQueryString(text);
-            ADD_FAILURE() << "no fault for " << text.toStdString();
-        } catch (const fnd::PlatformException& e) {
-            EXPECT_EQ(e.name(), QStringLiteral("NSRangeException"));
-            EXPECT_TRUE(e.reason().contains(QStringLiteral("out of bounds"))) << e.reason().toStdString();
-        }
+    // Below four units the look-ahead runs past the end and raises the platform's range fault,
+    // which reaches callers of the queries too.
+    try {
+        (void)VLXMLParser::escapeQueryString(QStringLiteral("a&"));
+        ADD_FAILURE() << "no fault";
+    } catch (const fnd::PlatformException& e) {
+        EXPECT_EQ(e.name(), QStringLiteral("NSRangeException"));
     }
-    // Every query passes through the escaping, so the fault reaches callers of the queries too.
-    EXPECT_THROW((void)VLXMLParser::nodesForQuery(QStringLiteral("a&"), *project.document), fnd::PlatformException);
+    EXPECT_THROW((void)VLXMLParser::nodesForQuery(QStringLiteral("&"), *Project().document), fnd::PlatformException);
 }
 
 TEST(VLXMLParser, QueriesSelectInDocumentOrderAndLogOnlyWhereTheySay)
@@ -167,7 +154,6 @@ TEST(VLXMLParser, NamesAndIdentifiersArePercentDecoded)
         {"clipitem-3", QStringLiteral("100% Crop"), QStringLiteral("100% Crop")}, // bad escape: raw
         {"clipitem-4", QStringLiteral("Title Card.psd"), std::nullopt},          // deeper name
         {"clip%2D5", QStringLiteral("clip-5"), std::nullopt},                    // id attribute
-        {"sequence-1", QStringLiteral("Rough Cut"), QStringLiteral("Rough Cut")},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(VLXMLParser::nameForNode(project.clip(c.clip)), c.name) << c.clip;
@@ -181,11 +167,9 @@ TEST(VLXMLParser, NamesAndIdentifiersArePercentDecoded)
 
     EXPECT_EQ(VLXMLParser::idAttributeForNode(project.clip("clip%2D5")), QStringLiteral("clip-5"));
     EXPECT_EQ(VLXMLParser::idAttributeForNode(project.clip("file%ZZ")), std::nullopt);
-    EXPECT_EQ(VLXMLParser::idAttributeForNode(project.clip("clipitem-1").child("name")), std::nullopt);
 
     const QString url = *VLXMLParser::stringValueForQuery(QStringLiteral(".//pathurl"), project.clip("clipitem-1"));
     EXPECT_EQ(VLXMLParser::filenameFromPathURLString(url), QStringLiteral("/Users/editor/Movies/Interview A.mov"));
-    EXPECT_EQ(VLXMLParser::filenameFromPathURLString(QString()), std::nullopt);
 }
 
 TEST(VLXMLParser, ParentSearchStopsAtLimitsAndNextSiblingClimbs)
@@ -195,8 +179,6 @@ TEST(VLXMLParser, ParentSearchStopsAtLimitsAndNextSiblingClimbs)
     EXPECT_EQ(VLXMLParser::parentWithName(fileName, QStringLiteral("sequence")), project.clip("sequence-1"));
     EXPECT_EQ(VLXMLParser::parentWithName(fileName, QStringLiteral("sequence"), {QStringLiteral("track")}),
               pugi::xml_node());
-    EXPECT_EQ(VLXMLParser::parentWithName(fileName, QStringLiteral("sequence"), {QStringLiteral("xmeml")}),
-              project.clip("sequence-1"));
     EXPECT_EQ(VLXMLParser::parentWithName(fileName, QStringLiteral("bin")), pugi::xml_node());
 
     EXPECT_EQ(label(VLXMLParser::nextSiblingForNode(project.clip("clipitem-1"))), QStringLiteral("T90"));
