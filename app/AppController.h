@@ -138,8 +138,8 @@ public:
     static QStringList compareExclusiveItems(const QStringList& a, const QStringList& b);
 
     // ---- discovery/network --------------------------------------------------------------
-    // Blocking download of a URL's body on a network thread of its own; never uses the
-    // caller's event loop, so it may be called from any thread. nullopt on error.
+    // Blocking download of a URL's body on the calling thread's own network thread; never
+    // uses the caller's event loop, so it may be called from any thread. nullopt on error.
     std::optional<QByteArray> dataFromURLSync(const QString& url, UrlResponseInfo* response = nullptr,
                                               QString* error = nullptr);
     // `error`, when given, receives the decoding error (empty when there was no data).

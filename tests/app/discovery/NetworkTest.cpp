@@ -1,9 +1,16 @@
 // The feed download and the property-list decoding of feeds: HTTPS with the test CA,
 // redirects (logged, looping, downgrading), HTTP error pages, the stall time-out, the body
-// size limit, invalid addresses, and the conversion error lines.
+// size limit, invalid addresses, the kept-alive connection with nothing else kept, the ends
+// of the network threads, and the conversion error lines.
 
 #include "DiscoveryFixture.h"
 #include "discovery/Network.h"
+
+#include <QDeadlineTimer>
+#include <QThreadPool>
+
+#include <functional>
+#include <thread>
 
 
 using vltest::DiscoveryFixture;
@@ -20,6 +27,28 @@ protected:
 };
 
 QJsonObject route(const QJsonObject& behaviour) { return behaviour; }
+
+// Threads of this process that serve feed requests: the session's own and its access
+// manager's.
+int networkThreadCount()
+{
+    int count = 0;
+    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile name(QStringLiteral("/proc/self/task/%1/comm").arg(task));
+        const QByteArray comm = name.open(QIODevice::ReadOnly) ? name.readAll().trimmed() : QByteArray();
+        count += comm == "Feed requests" || comm.startsWith("QNetworkAccess") ? 1 : 0;
+    }
+    return count;
+}
+
+// Polls until `done` holds; false after a generous guard against hanging.
+bool eventually(const std::function<bool()>& done)
+{
+    const QDeadlineTimer guard(30000);
+    while (!done() && !guard.hasExpired())
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return done();
+}
 
 } // namespace
 
@@ -81,6 +110,56 @@ TEST_F(Network, AddressesAndCertificatesThatAreRefused)
     env_.unset("VELMORA_CA_FILE");
     const discovery::FetchResult untrusted = discovery::fetchURL(feedURL(QStringLiteral("/ok")));
     EXPECT_FALSE(untrusted.data);
+}
+
+TEST_F(Network, AKeptConnectionCarriesNoCookiesOrCredentials)
+{
+    ASSERT_TRUE(server_->setRoutes(
+        {{QStringLiteral("/cookie"), route({{QStringLiteral("body"), QStringLiteral("a")},
+                                            {QStringLiteral("headers"), QJsonObject{{QStringLiteral("Set-Cookie"), QStringLiteral("session=secret; Path=/")}}}})},
+         {QStringLiteral("/private"), route({{QStringLiteral("status"), 401},
+                                             {QStringLiteral("headers"), QJsonObject{{QStringLiteral("WWW-Authenticate"), QStringLiteral("Basic realm=\"feeds\"")}}}})},
+         {QStringLiteral("/plain"), route({{QStringLiteral("body"), QStringLiteral("b")}})}}));
+    QString withCredentials = feedURL(QStringLiteral("/private"));
+    withCredentials.replace(QStringLiteral("https://"), QStringLiteral("https://user:password@"));
+    for (const QString& address : {feedURL(QStringLiteral("/cookie")), feedURL(QStringLiteral("/plain")), withCredentials,
+                                   feedURL(QStringLiteral("/plain"))})
+        (void)discovery::fetchURL(address);
+
+    const QList<vltest::ServedRequest> served = server_->requests();
+    ASSERT_EQ(served.size(), 4) << server_->requestedPaths().join(u' ').toStdString();
+    // The second request went over the first one's connection...
+    EXPECT_EQ(served.at(1).raw.value(QStringLiteral("client_port")), served.at(0).raw.value(QStringLiteral("client_port")));
+    // ...and no request carried what an earlier answer or address left behind.
+    for (const vltest::ServedRequest& r : served) {
+        EXPECT_TRUE(r.raw.value(QStringLiteral("cookie")).isNull()) << r.path.toStdString();
+        EXPECT_TRUE(r.raw.value(QStringLiteral("authorization")).isNull()) << r.path.toStdString();
+    }
+}
+
+TEST_F(Network, NetworkThreadsEndWithTheirWorkerAndWhenStopped)
+{
+    ASSERT_TRUE(server_->setRoutes({{QStringLiteral("/hang"), route({{QStringLiteral("hang"), true}})},
+                                    {QStringLiteral("/ok"), route({{QStringLiteral("body"), QStringLiteral("x")}})}}));
+    // A pool worker whose idle time expires takes its network threads with it.
+    discovery::stopNetworkThreads();
+    QThreadPool pool;
+    pool.setExpiryTimeout(1);
+    bool fetched = false;
+    pool.start([&] { fetched = discovery::fetchURL(feedURL(QStringLiteral("/ok"))).data.has_value(); });
+    pool.waitForDone();
+    EXPECT_TRUE(fetched);
+    EXPECT_TRUE(eventually([] { return networkThreadCount() == 0; })) << networkThreadCount();
+
+    // Stopping ends a request in progress on another thread; a later request starts again.
+    discovery::FetchResult hung;
+    std::thread worker([&] { hung = discovery::fetchURL(feedURL(QStringLiteral("/hang"))); });
+    EXPECT_TRUE(eventually([&] { return server_->requestedPaths().contains(QStringLiteral("/hang")); }));
+    discovery::stopNetworkThreads();
+    worker.join();
+    EXPECT_FALSE(hung.data);
+    EXPECT_EQ(hung.errorDescription, QStringLiteral("cancelled"));
+    EXPECT_TRUE(discovery::fetchURL(feedURL(QStringLiteral("/ok"))).data);
 }
 
 TEST_F(Network, DictionaryFromDataLogsBoundedConversionErrors)
