@@ -11,6 +11,7 @@
 // (the command-line modes). Threads: see each section; interface requests always go
 // through `ui` on the main thread. Copy is deleted.
 
+#include "platform/system/SerialLane.h"
 #include "platform/system/WorkerPool.h"
 #include "ui/UserInterface.h"
 
@@ -129,6 +130,8 @@ public:
     // ---- discovery/driver ---------------------------------------------------------------
     void checkForUpdatesToAll();
     void checkForUpdates(const std::optional<QStringList>& forcedIDs);
+    // One bundle; a group member's group step may be left to the worker running groupChecks,
+    // so the check is complete only once every updateQueue task has ended.
     void checkForUpdatesToApp(const QString& bundlePath);
     // True when the record was appended (no record with its title was there).
     bool addObjectToDataArray(const UpdateRecord& record);
@@ -138,8 +141,8 @@ public:
     static QStringList compareExclusiveItems(const QStringList& a, const QStringList& b);
 
     // ---- discovery/network --------------------------------------------------------------
-    // Blocking download of a URL's body on a network thread of its own; never uses the
-    // caller's event loop, so it may be called from any thread. nullopt on error.
+    // Blocking download of a URL's body on the calling thread's own network thread; never
+    // uses the caller's event loop, so it may be called from any thread. nullopt on error.
     std::optional<QByteArray> dataFromURLSync(const QString& url, UrlResponseInfo* response = nullptr,
                                               QString* error = nullptr);
     // `error`, when given, receives the decoding error (empty when there was no data).
@@ -187,6 +190,10 @@ public:
     std::atomic<bool> updateCancelled{false};
     bool logReset = false;
     QString downloadPath;
+    // The group steps of the bundle checks, one at a time, run by the update queue's workers
+    // (discovery/Driver.cpp); it takes the place of holding dataArrayLock for the whole step.
+    // Declared before the queue, whose end waits for the workers that may be running it.
+    sys::SerialLane groupChecks;
     sys::WorkerPool updateQueue;              // at most 4 checks at once
     std::atomic<bool> downloadFinished{false};
     std::atomic<bool> downloadError{false};

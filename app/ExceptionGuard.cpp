@@ -1,5 +1,6 @@
 #include "ExceptionGuard.h"
 
+#include "discovery/Network.h"
 #include "platform/system/MainThread.h"
 #include "shared/VLException.h"
 #include "shared/VLLog.h"
@@ -16,6 +17,7 @@ void finishAfterException(bool hasGUI, const QString& loggedText)
         return;
     VLTaskNotification::postTaskErrorString(loggedText);
     VLTaskNotification::postTaskFinished();
+    discovery::stopNetworkThreads();
     VLLog::finishWriting();
     std::fflush(nullptr);
     // On the main thread the ordinary exit runs the process's exit hooks. A worker thread

@@ -3,8 +3,8 @@
 // exception into the program's failure path. The exception is logged through VLException
 // with the operation's full method name ("-[AppController installSparkleApp:]"). With a
 // window the operation then ends with its failure value; without one the text
-// "Exception in %s. %@ - %@." is posted as the task error, task finished is posted, the log
-// is drained and the process ends with status 1.
+// "Exception in %s. %@ - %@." is posted as the task error, task finished is posted, the
+// network threads are stopped, the log is drained and the process ends with status 1.
 //
 // Stateless; callable from any thread. Usage:
 //
@@ -28,8 +28,8 @@
 namespace guard {
 
 // After an exception was logged (loggedText: what VLException::logException returned):
-// without a window posts the text and task finished, drains the log and ends the process
-// with status 1 (never returns); with a window returns at once.
+// without a window posts the text and task finished, stops the network threads, drains the
+// log and ends the process with status 1 (never returns); with a window returns at once.
 void finishAfterException(bool hasGUI, const QString& loggedText);
 
 // Logs through VLException (a C++ exception that is not a platform exception is named

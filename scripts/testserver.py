@@ -32,7 +32,9 @@ A path without a route is served from --root when such a file exists. Anything e
 unexpected: logged with "unexpected": true and answered 599 with --strict (404 without).
 
 Request log (--log): one JSON object per line, written when the request arrives:
-  {"time", "method", "path", "target", "route", "status", "unexpected", "user_agent"}
+  {"time", "method", "path", "target", "route", "status", "unexpected", "user_agent",
+   "cookie", "authorization" (the request's headers, null when absent),
+   "client_port" (the same on every request of one kept-alive connection)}
 """
 
 import argparse
@@ -105,6 +107,10 @@ class Config:
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     server_version = "VelmoraTestServer/1"
+    # Headers and body go out in separate writes: with Nagle's algorithm the body of every
+    # answer after the first on a kept-alive connection would wait for the client's delayed
+    # acknowledgement (about 40 ms), which web servers avoid the same way.
+    disable_nagle_algorithm = True
 
     def log_message(self, *args):
         pass  # the JSON request log replaces the default stderr lines
@@ -139,7 +145,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         status = 0 if hang else int(route.get("status", 302 if "redirect" in route else 200))
         cfg.log({"time": time.time(), "method": self.command, "path": path, "target": self.path,
                  "route": key, "status": status, "unexpected": unexpected,
-                 "user_agent": self.headers.get("User-Agent", "")})
+                 "user_agent": self.headers.get("User-Agent", ""),
+                 "cookie": self.headers.get("Cookie"), "authorization": self.headers.get("Authorization"),
+                 "client_port": self.client_address[1]})
         delay = cfg.delay_ms + int(route.get("delay_ms", 0))
         if delay > 0 and STOP.wait(delay / 1000.0):
             return

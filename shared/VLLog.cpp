@@ -61,7 +61,15 @@ namespace vllog {
 
 QString timeStamp()
 {
-    return QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + QStringLiteral(" +0000");
+    // Formatted once per second: the writer stamps every line, often thousands a second.
+    thread_local qint64 formattedSecond = -1;
+    thread_local QString formatted;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    if (const qint64 second = now.toSecsSinceEpoch(); second != formattedSecond) {
+        formatted = now.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) + QStringLiteral(" +0000");
+        formattedSecond = second;
+    }
+    return formatted;
 }
 
 void printToStandardOutput(const QString& text)
@@ -114,14 +122,31 @@ void VLLog::createNewLog(const QString& name, bool noPrinting)
     log.d_->writer.runAndWait([&] { log.createNewLogImpl(name, noPrinting); });
 }
 
+namespace {
+
+// The characters after which a percent sign is printed as it stands.
+constexpr char16_t kLiteralAfterPercent[] = u" .!,-;:+";
+
+// Whether escaping changes the text: some percent sign is followed by one of those
+// characters, or "%%%" occurs. Most formats ("Scanning folder: %@") need nothing.
+bool needsEscaping(QStringView text)
+{
+    for (qsizetype i = text.indexOf(u'%'); i >= 0 && i + 1 < text.size(); i = text.indexOf(u'%', i + 1)) {
+        if (QStringView(kLiteralAfterPercent).contains(text[i + 1]))
+            return true;
+    }
+    return text.contains(u"%%%");
+}
+
+} // namespace
+
 QString VLLog::escapeTextForLogging(const QString& text)
 {
-    if (!text.contains(QLatin1Char('%')))
+    if (!needsEscaping(text))
         return text;
     QString escaped = text;
-    static const char* const kLiteralAfterPercent[] = {" ", ".", "!", ",", "-", ";", ":", "+"};
-    for (const char* next : kLiteralAfterPercent) {
-        const QString single = QLatin1Char('%') + QLatin1String(next);
+    for (const QChar next : QStringView(kLiteralAfterPercent)) {
+        const QString single = QLatin1Char('%') + next;
         escaped.replace(single, QLatin1Char('%') + single);
     }
     escaped.replace(QStringLiteral("%%%"), QStringLiteral("%%"));

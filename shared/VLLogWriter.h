@@ -54,6 +54,8 @@ public:
 private:
     struct Completion;
     void run();
+    // Watches the queue for a few microseconds, without the lock, before the thread sleeps.
+    void lingerForWork() const;
     void drainInline();
     // Drops every queued job; their captures are let go outside the lock.
     void discardQueued(bool stop);
@@ -61,6 +63,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<std::function<void()>> queue_;
+    std::atomic<std::size_t> queued_{0}; // queue_.size(), set under mutex_, read by lingerForWork()
     bool running_ = false;        // a job is being performed by the thread
     bool paused_ = false;
     bool stopped_ = false;

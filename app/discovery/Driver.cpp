@@ -1,7 +1,8 @@
 // The update check driver: the full check (checkForUpdatesToAll, checkForUpdates), the
 // per-bundle operation of the update queue (checkForUpdatesToApp) and the list helpers.
 // The full check runs on a worker thread with a window and on the main thread without one;
-// bundle checks run on updateQueue, at most four at once; dataArray changes under its lock.
+// bundle checks run on updateQueue, at most four at once, their group steps one at a time
+// through groupChecks; dataArray changes under its lock.
 
 #include "AppController.h"
 
@@ -18,6 +19,8 @@
 #include "shared/VLLog.h"
 
 #include <QSet>
+
+#include <memory>
 
 namespace {
 
@@ -46,6 +49,103 @@ QStringList foldersToScan()
         QStringLiteral("NSInvalidArgumentException"),
         QStringLiteral("-[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:appPath:]: "
                        "unrecognized selector sent to instance"));
+}
+
+// One bundle's check as it goes along; its group step may finish it on another worker.
+struct BundleCheck {
+    explicit BundleCheck(const QString& bundlePath) : path(bundlePath) {}
+    QString path;
+    QString bundleID;
+    // Stays so only when the check leaves by its exception path (with a window it returns).
+    CheckVerdict verdict = why::failed(QStringLiteral("the check ended by an exception, which the log names"));
+    std::optional<UpdateRecord> listed;
+};
+
+// What a group member's descriptor asks the group check for.
+struct GroupMember {
+    QString group;
+    QString app; // "VLGroupApp", passed as both app and subapp
+    int version = 0;
+    QString versionString;
+};
+
+// Adds a check's record to the list; a record whose title is listed already is dropped.
+void listRecord(AppController& c, BundleCheck& check, const std::optional<UpdateRecord>& rec)
+{
+    if (!rec || record::isUpToDateMarker(*rec))
+        return;
+    if (c.addObjectToDataArray(*rec))
+        check.listed = rec;
+    else
+        check.verdict = why::duplicate(fnd::format(QStringLiteral("an update titled \"%@\" is listed already"),
+                                                   rec->value(record::kTitle)));
+}
+
+// The bundle's check up to its group step: a Sparkle check is done here; a group member is
+// returned for the group step.
+std::optional<GroupMember> checkUpToGroupStep(AppController& c, BundleCheck& check)
+{
+    const std::optional<QVariantMap> info = plist::readDictionaryFile(check.path + QStringLiteral("/Contents/Info.plist"));
+    if (!info) {
+        check.verdict = why::notVendorBundle(QStringLiteral("it has no readable Contents/Info.plist"));
+        return std::nullopt;
+    }
+    check.bundleID = info->value(QStringLiteral("CFBundleIdentifier")).toString();
+    if (!check.bundleID.startsWith(kVendorPrefix)) {
+        check.verdict = why::notVendorBundle(
+            fnd::format(QStringLiteral("its identifier \"%@\" does not begin with \"%@\""), check.bundleID, kVendorPrefix));
+        return std::nullopt;
+    }
+    const std::optional<QString> descriptorPath = discovery::scan::descriptorPath(check.path);
+    const QVariantMap descriptor = descriptorPath ? discovery::scan::readDescriptor(*descriptorPath) : QVariantMap();
+    VLLog::appendLog(QStringLiteral("VL app found - %@..."), check.path);
+
+    const QVariant feed = descriptor.value(QStringLiteral("SUFeedURL"));
+    if (feed.typeId() == QMetaType::QString && !feed.toString().isEmpty()) {
+        VLLog::appendLog(QStringLiteral("Found Sparkle URL..."));
+        const qint64 version = fnd::intValue(info->value(QStringLiteral("CFBundleVersion")));
+        const std::optional<UpdateRecord> rec =
+            c.updateSparkleFeed(feed.toString(), check.path, check.bundleID, version,
+                                info->value(QStringLiteral("CFBundleShortVersionString")).toString(), &check.verdict);
+        if (check.verdict.outcome == discovery::CheckOutcome::CoveredByGroup && c.checkReport)
+            check.verdict = why::coveredByGroup(check.bundleID, c.checkReport->coveringGroup(check.bundleID));
+        listRecord(c, check, rec);
+        return std::nullopt;
+    }
+    const QVariant group = descriptor.value(QStringLiteral("VLGroupID"));
+    const int version = fnd::intValue(descriptor.value(QStringLiteral("VLGroupVersion")));
+    const QVariant versionString = descriptor.value(QStringLiteral("VLGroupVersionString"));
+    VLLog::appendLog(QStringLiteral("App is part of group %@ (%i %@)."), group, version, versionString);
+    if (!group.isValid()) {
+        check.verdict = why::notChecked(QStringLiteral("its update descriptor names neither a Sparkle feed (SUFeedURL) nor "
+                                                       "a group (VLGroupID)"));
+        return std::nullopt;
+    }
+    return GroupMember{group.toString(), descriptor.value(QStringLiteral("VLGroupApp")).toString(), version,
+                       versionString.toString()};
+}
+
+// The group step: checks the member's group unless a record of it is listed already.
+void groupStep(AppController& c, BundleCheck& check, const GroupMember& member)
+{
+    bool listedAlready = false;
+    {
+        std::lock_guard<std::recursive_mutex> lock(c.dataArrayLock);
+        listedAlready = AppController::isGroup(member.group, c.dataArray);
+    }
+    if (listedAlready) {
+        check.verdict = why::groupListedAlready(member.group);
+        return;
+    }
+    listRecord(c, check,
+               c.updateGroup(member.group, member.app, member.app, member.version, member.versionString, check.bundleID,
+                             false, &check.verdict));
+}
+
+void recordBundleCheck(AppController& c, const BundleCheck& check)
+{
+    if (c.checkReport)
+        c.checkReport->recordCheck(check.path, check.bundleID, check.verdict, check.listed);
 }
 
 } // namespace
@@ -129,69 +229,20 @@ void AppController::checkForUpdates(const std::optional<QStringList>& forcedIDs)
 
 void AppController::checkForUpdatesToApp(const QString& bundlePath)
 {
-    // Stays so only when the check leaves by its exception path (with a window it returns).
-    CheckVerdict verdict = why::failed(QStringLiteral("the check ended by an exception, which the log names"));
-    QString bundleID;
-    std::optional<UpdateRecord> listed;
-    // Adds a check's record to the list; a record whose title is listed already is dropped.
-    auto list = [&](const std::optional<UpdateRecord>& rec) {
-        if (!rec || record::isUpToDateMarker(*rec))
-            return;
-        if (addObjectToDataArray(*rec))
-            listed = rec;
-        else
-            verdict = why::duplicate(fnd::format(QStringLiteral("an update titled \"%@\" is listed already"),
-                                                 rec->value(record::kTitle)));
-    };
-    guard::guarded(hasGUI, "-[AppController checkForUpdatesToApp:]", [&] {
-        const std::optional<QVariantMap> info = plist::readDictionaryFile(bundlePath + QStringLiteral("/Contents/Info.plist"));
-        if (!info) {
-            verdict = why::notVendorBundle(QStringLiteral("it has no readable Contents/Info.plist"));
-            return;
-        }
-        bundleID = info->value(QStringLiteral("CFBundleIdentifier")).toString();
-        if (!bundleID.startsWith(kVendorPrefix)) {
-            verdict = why::notVendorBundle(
-                fnd::format(QStringLiteral("its identifier \"%@\" does not begin with \"%@\""), bundleID, kVendorPrefix));
-            return;
-        }
-        const std::optional<QString> descriptorPath = discovery::scan::descriptorPath(bundlePath);
-        const QVariantMap descriptor = descriptorPath ? discovery::scan::readDescriptor(*descriptorPath) : QVariantMap();
-        VLLog::appendLog(QStringLiteral("VL app found - %@..."), bundlePath);
-
-        const QVariant feed = descriptor.value(QStringLiteral("SUFeedURL"));
-        if (feed.typeId() == QMetaType::QString && !feed.toString().isEmpty()) {
-            VLLog::appendLog(QStringLiteral("Found Sparkle URL..."));
-            const qint64 version = fnd::intValue(info->value(QStringLiteral("CFBundleVersion")));
-            const std::optional<UpdateRecord> rec =
-                updateSparkleFeed(feed.toString(), bundlePath, bundleID, version,
-                                  info->value(QStringLiteral("CFBundleShortVersionString")).toString(), &verdict);
-            if (verdict.outcome == discovery::CheckOutcome::CoveredByGroup && checkReport)
-                verdict = why::coveredByGroup(bundleID, checkReport->coveringGroup(bundleID));
-            list(rec);
-            return;
-        }
-        const QVariant group = descriptor.value(QStringLiteral("VLGroupID"));
-        const int version = fnd::intValue(descriptor.value(QStringLiteral("VLGroupVersion")));
-        const QVariant versionString = descriptor.value(QStringLiteral("VLGroupVersionString"));
-        VLLog::appendLog(QStringLiteral("App is part of group %@ (%i %@)."), group, version, versionString);
-        // Holding the list's lock for the whole step makes group checks run one at a time,
-        // so the first member of a group checks it for all members.
-        std::lock_guard<std::recursive_mutex> lock(dataArrayLock);
-        if (!group.isValid()) {
-            verdict = why::notChecked(QStringLiteral("its update descriptor names neither a Sparkle feed (SUFeedURL) nor "
-                                                     "a group (VLGroupID)"));
-            return;
-        }
-        if (isGroup(group.toString(), dataArray)) {
-            verdict = why::groupListedAlready(group.toString());
-            return;
-        }
-        const QString app = descriptor.value(QStringLiteral("VLGroupApp")).toString();
-        list(updateGroup(group.toString(), app, app, version, versionString.toString(), bundleID, false, &verdict));
+    auto check = std::make_shared<BundleCheck>(bundlePath);
+    const std::optional<GroupMember> member =
+        guard::guarded(hasGUI, "-[AppController checkForUpdatesToApp:]", [&] { return checkUpToGroupStep(*this, *check); });
+    if (!member) {
+        recordBundleCheck(*this, *check);
+        return;
+    }
+    // Group checks run one at a time, so the first member of a group checks it for all its
+    // members. A worker that finds another group check running leaves its step to the lane
+    // and goes on with the next bundle instead of waiting for it.
+    groupChecks.run([this, check, member = *member] {
+        guard::guarded(hasGUI, "-[AppController checkForUpdatesToApp:]", [&] { groupStep(*this, *check, member); });
+        recordBundleCheck(*this, *check);
     });
-    if (checkReport)
-        checkReport->recordCheck(bundlePath, bundleID, verdict, listed);
 }
 
 bool AppController::addObjectToDataArray(const UpdateRecord& rec)

@@ -1,6 +1,8 @@
-// AppController::dataFromURLSync and dictionaryFromData, and the fetch behind them.
+// AppController::dataFromURLSync and dictionaryFromData, and the fetch behind them: the
+// address check and one request on a session's access manager (the session: NetworkSession).
 
 #include "Network.h"
+#include "NetworkSession.h"
 
 #include "platform/foundation/Foundation.h"
 #include "platform/plist/PropertyList.h"
@@ -13,7 +15,6 @@
 #include <QNetworkRequest>
 #include <QSslConfiguration>
 #include <QStringDecoder>
-#include <QThread>
 #include <QUrl>
 
 #include <atomic>
@@ -65,11 +66,10 @@ UrlResponseInfo responseOf(QNetworkReply& reply)
     return info;
 }
 
-// Runs on the request's own thread: the access manager, the reply and the event loop all
-// live and die here.
-void runRequest(const QUrl& url, FetchResult& out)
+} // namespace
+
+void performRequest(QNetworkAccessManager& manager, const QUrl& url, FetchResult& out)
 {
-    QNetworkAccessManager manager;
     std::unique_ptr<QNetworkReply> reply(manager.get(makeRequest(url)));
     QByteArray body;
     bool tooLarge = false;
@@ -96,6 +96,11 @@ void runRequest(const QUrl& url, FetchResult& out)
     QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
     if (!reply->isFinished())
         loop.exec();
+    if (!reply->isFinished()) {
+        // The network thread was stopped (an exit path): the request goes unanswered.
+        out = cancelledResult();
+        return;
+    }
     if (!tooLarge && reply->isOpen())
         body += reply->read(kMaxBodyBytes + 1 - body.size());
     out.response = responseOf(*reply);
@@ -114,8 +119,6 @@ void runRequest(const QUrl& url, FetchResult& out)
         out.data = body;
     }
 }
-
-} // namespace
 
 QString FetchResult::errorText() const
 {
@@ -144,10 +147,11 @@ FetchResult fetchURL(const QString& address)
         result.errorDescription = QStringLiteral("unsupported URL");
         return result;
     }
-    std::unique_ptr<QThread> thread(QThread::create([&] { runRequest(url, result); }));
-    thread->start();
-    thread->wait();
-    return result;
+    // Each calling thread keeps its own network thread; it ends with the calling thread.
+    thread_local std::unique_ptr<NetworkSession> session;
+    if (!session)
+        session = std::make_unique<NetworkSession>();
+    return session->fetch(url);
 }
 
 } // namespace discovery

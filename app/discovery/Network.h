@@ -1,10 +1,13 @@
 #pragma once
 // The feed download behind AppController::dataFromURLSync: one blocking GET of a URL's body.
 //
-// Each call runs on a network thread of its own (a QThread with its own access manager and
-// event loop), so it never needs the caller's event loop and may be called from any thread;
-// the caller blocks until the request has ended. The session is ephemeral: no cache, no
-// cookies or credentials survive the call, and an authentication challenge is not answered.
+// Each calling thread has a network thread of its own (a QThread with its own access manager
+// and event loop), so a call never needs the caller's event loop and may be made from any
+// thread; the caller blocks until the request has ended. The network thread and its access
+// manager are kept for the calling thread's next request, so a worker's requests to one
+// server go over one kept-alive connection; nothing else is kept: no cache, no cookies or
+// credentials survive a call, and an authentication challenge is not answered. The network
+// thread ends with its calling thread, or earlier through stopNetworkThreads().
 // Redirects are followed (at most kMaxRedirects, never from HTTPS down to HTTP), each one
 // logged as "Site requested redirect to %@". HTTPS trusts the system's authorities plus
 // those of VELMORA_CA_FILE. An HTTP error status is not a failure: the body is returned as
@@ -38,6 +41,13 @@ struct FetchResult {
 };
 
 [[nodiscard]] FetchResult fetchURL(const QString& url);
+
+// Stops every network thread of the process, and waits for them, before an exit path lets
+// static destructors and exit hooks run; the application object's destructor runs it too.
+// A request in progress on another thread ends with "cancelled"
+// (QNetworkReply::OperationCanceledError); a later request starts its calling thread's
+// network thread again. Any thread except a network thread.
+void stopNetworkThreads();
 
 // The stall time-out in milliseconds: 60000 unless a test shortened it.
 int transferTimeoutMs();

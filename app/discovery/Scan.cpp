@@ -14,8 +14,6 @@
 #include "shared/VLLocalPaths.h"
 #include "shared/VLLog.h"
 
-#include <QFileInfo>
-
 namespace {
 
 const QString kSymlinkLoop = QStringLiteral("Warning: Symbolic link links back to itself.");
@@ -27,24 +25,50 @@ bool isDescendable(const QString& entry)
     return fnd::pathExtension(entry).isEmpty() && !sys::workspace().isPackage(entry);
 }
 
-bool isExistingFolder(const QString& entry)
-{
-    return QFileInfo(entry).isDir();
-}
-
 QString joinPath(const QString& folder, const QString& name)
 {
     return fnd::stringByAppendingPathComponent(folder, name);
 }
 
+// The destination of the folder when it is a symbolic link. A sub-folder that its parent's
+// listing showed to be no link is not asked again.
+std::optional<QString> linkOf(const QString& folder, bool knownNotLink)
+{
+    return knownNotLink ? std::nullopt : discovery::scan::linkDestination(folder);
+}
+
+std::optional<QStringList> appsInFolder(AppController& c, const QString& folder, std::optional<QStringList>* bundleIDs,
+                                        bool knownNotLink);
+std::optional<QStringList> groupsInFolder(AppController& c, const QString& folder, bool knownNotLink);
+
 } // namespace
 
 std::optional<QStringList> AppController::VLAppsInFolder(const QString& folder, std::optional<QStringList>* bundleIDs)
 {
+    return appsInFolder(*this, folder, bundleIDs, false);
+}
+
+std::optional<QStringList> AppController::groupIDsInFolder(const QString& folder)
+{
+    return groupsInFolder(*this, folder, false);
+}
+
+bool AppController::groupIDExists(const QString& groupID)
+{
+    const std::optional<QStringList> groups = groupIDsInFolder(VLLocalPaths::applicationDirectory(false));
+    return groups && groups->contains(groupID);
+}
+
+namespace {
+
+// VLAppsInFolder, told whether the folder is known to be no link.
+std::optional<QStringList> appsInFolder(AppController& c, const QString& folder, std::optional<QStringList>* bundleIDs,
+                                        bool knownNotLink)
+{
     auto scan = [&]() -> std::optional<QStringList> {
         VLLog::fastAppendLog(QStringLiteral("Scanning folder: %@"), folder);
         QStringList groups;
-        const std::optional<QString> link = discovery::scan::linkDestination(folder);
+        const std::optional<QString> link = linkOf(folder, knownNotLink);
         if (link && folder.startsWith(*link)) {
             VLLog::appendLog(kSymlinkLoop);
             return std::nullopt;
@@ -54,30 +78,31 @@ std::optional<QStringList> AppController::VLAppsInFolder(const QString& folder, 
             VLLog::appendLog(kSymlinkLoop);
             return std::nullopt;
         }
-        const std::optional<QStringList> names = discovery::scan::listFolder(folder);
-        if (!names)
+        const std::optional<QList<discovery::scan::FolderEntry>> entries = discovery::scan::listFolder(folder);
+        if (!entries)
             return std::nullopt;
         QStringList bundles;
         // Tells the report why the scan passes over an entry, when there is one.
         auto passOver = [&](const QString& entry, const char* problem) {
-            if (checkReport)
-                checkReport->recordScanDecision(entry, discovery::why::notVendorBundle(QString::fromUtf8(problem)));
+            if (c.checkReport)
+                c.checkReport->recordScanDecision(entry, discovery::why::notVendorBundle(QString::fromUtf8(problem)));
         };
-        for (const QString& name : *names) {
-            if (updateCancelled)
+        for (const discovery::scan::FolderEntry& listed : *entries) {
+            if (c.updateCancelled)
                 return std::nullopt;
-            const QString entry = joinPath(folder, name);
-            if (isFileBlacklisted(entry)) {
+            const QString entry = joinPath(folder, listed.name);
+            if (AppController::isFileBlacklisted(entry)) {
                 passOver(entry, "the scan passes over entries with this name (its name filter)");
                 continue;
             }
-            if (!isExistingFolder(entry)) {
+            if (!discovery::scan::isExistingFolder(listed, entry)) {
                 passOver(entry, "it is not a folder, so not a bundle");
                 continue;
             }
             if (isDescendable(entry)) {
                 std::optional<QStringList> subGroups = QStringList();
-                if (const std::optional<QStringList> found = VLAppsInFolder(entry, &subGroups))
+                if (const std::optional<QStringList> found =
+                        appsInFolder(c, entry, &subGroups, discovery::scan::isKnownNotLink(listed)))
                     bundles += *found;
                 if (subGroups)
                     groups += *subGroups;
@@ -100,16 +125,17 @@ std::optional<QStringList> AppController::VLAppsInFolder(const QString& folder, 
             *bundleIDs = groups;
         return bundles;
     };
-    std::optional<QStringList> result = guard::guarded(hasGUI, "-[AppController VLAppsInFolder:bundleIDs:]", scan);
+    std::optional<QStringList> result = guard::guarded(c.hasGUI, "-[AppController VLAppsInFolder:bundleIDs:]", scan);
     if (!result && bundleIDs)
         *bundleIDs = std::nullopt;
     return result;
 }
 
-std::optional<QStringList> AppController::groupIDsInFolder(const QString& folder)
+// groupIDsInFolder, told whether the folder is known to be no link.
+std::optional<QStringList> groupsInFolder(AppController& c, const QString& folder, bool knownNotLink)
 {
     auto scan = [&]() -> std::optional<QStringList> {
-        const std::optional<QString> link = discovery::scan::linkDestination(folder);
+        const std::optional<QString> link = linkOf(folder, knownNotLink);
         if (link && link->startsWith(VLLocalPaths::applicationDirectory(false))) {
             VLLog::appendLog(kSymlinkLoop);
             return std::nullopt;
@@ -119,18 +145,18 @@ std::optional<QStringList> AppController::groupIDsInFolder(const QString& folder
             VLLog::appendLog(kSymlinkLoop);
             return std::nullopt;
         }
-        const std::optional<QStringList> names = discovery::scan::listFolder(folder);
-        if (!names)
+        const std::optional<QList<discovery::scan::FolderEntry>> entries = discovery::scan::listFolder(folder);
+        if (!entries)
             return std::nullopt;
         QStringList groups;
-        for (const QString& name : *names) {
-            if (updateCancelled)
+        for (const discovery::scan::FolderEntry& listed : *entries) {
+            if (c.updateCancelled)
                 return std::nullopt;
-            const QString entry = joinPath(folder, name);
-            if (isFileBlacklisted(entry) || !isExistingFolder(entry))
+            const QString entry = joinPath(folder, listed.name);
+            if (AppController::isFileBlacklisted(entry) || !discovery::scan::isExistingFolder(listed, entry))
                 continue;
             if (isDescendable(entry)) {
-                if (const std::optional<QStringList> found = groupIDsInFolder(entry))
+                if (const std::optional<QStringList> found = groupsInFolder(c, entry, discovery::scan::isKnownNotLink(listed)))
                     groups += *found;
                 continue;
             }
@@ -152,11 +178,7 @@ std::optional<QStringList> AppController::groupIDsInFolder(const QString& folder
         }
         return groups;
     };
-    return guard::guarded(hasGUI, "-[AppController groupIDsInFolder:]", scan);
+    return guard::guarded(c.hasGUI, "-[AppController groupIDsInFolder:]", scan);
 }
 
-bool AppController::groupIDExists(const QString& groupID)
-{
-    const std::optional<QStringList> groups = groupIDsInFolder(VLLocalPaths::applicationDirectory(false));
-    return groups && groups->contains(groupID);
-}
+} // namespace

@@ -26,19 +26,38 @@ thread_local std::vector<WalkedFolder> tWalk;
 
 } // namespace
 
-std::optional<QStringList> listFolder(const QString& folder)
+std::optional<QList<FolderEntry>> listFolder(const QString& folder)
 {
     std::error_code ec;
     std::filesystem::directory_iterator it(fsPath(folder), ec);
-    QStringList names;
-    for (; !ec && it != std::filesystem::directory_iterator(); it.increment(ec))
-        names.append(QString::fromStdString(it->path().filename().string()));
+    QList<FolderEntry> entries;
+    for (; !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
+        const std::string raw = it->path().filename().string();
+        QString name = QString::fromStdString(raw);
+        const bool exact = name.toStdString() == raw;
+        entries.append({std::move(name), *it, exact});
+    }
     if (ec) {
         VLLog::appendLog(QStringLiteral("Error getting contents of directory %@: %@"), folder,
                          QString::fromStdString(ec.message()));
         return std::nullopt;
     }
-    return names;
+    return entries;
+}
+
+bool isExistingFolder(const FolderEntry& entry, const QString& path)
+{
+    // A name that is not the entry's own names another path: ask about that path.
+    if (!entry.exactName)
+        return QFileInfo(path).isDir();
+    std::error_code ec;
+    return entry.listed.is_directory(ec);
+}
+
+bool isKnownNotLink(const FolderEntry& entry)
+{
+    std::error_code ec;
+    return entry.exactName && !entry.listed.is_symlink(ec) && !ec;
 }
 
 std::optional<QString> descriptorPath(const QString& bundle)

@@ -3,17 +3,38 @@
 // error text, the update descriptor lookup, the descent rule and the guard against link
 // cycles. Any thread; the cycle guard keeps its state per thread.
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
 
+#include <filesystem>
 #include <optional>
 
 namespace discovery::scan {
 
-// The entry names of a folder in the order the file system returns them (hidden ones
-// included), or nullopt after logging "Error getting contents of directory %@: %@".
-[[nodiscard]] std::optional<QStringList> listFolder(const QString& folder);
+// One entry of a folder listing. The listing also tells what the entry is (on the usual
+// file systems), so most entries need no call of their own to be told a folder from a file;
+// nothing is asked of the file system until one of the questions below is.
+struct FolderEntry {
+    QString name;
+    std::filesystem::directory_entry listed;
+    // The name is the entry's own (valid UTF-8): a path built from it reaches the entry.
+    bool exactName = false;
+};
+
+// The entries of a folder in the order the file system returns them (hidden ones included),
+// or nullopt after logging "Error getting contents of directory %@: %@".
+[[nodiscard]] std::optional<QList<FolderEntry>> listFolder(const QString& folder);
+
+// Whether the entry at `path` (the folder joined with the entry's name) exists and is a
+// folder, following links. Asks the file system only for a link, or when the listing could
+// not tell.
+[[nodiscard]] bool isExistingFolder(const FolderEntry& entry, const QString& path);
+
+// Whether the entry is certainly no symbolic link. Asks the file system only when the
+// listing could not tell.
+[[nodiscard]] bool isKnownNotLink(const FolderEntry& entry);
 
 // "Contents/Resources/VLUpdates.plist" when something exists there, else
 // "Contents/VLUpdates.plist" when something exists there, else nullopt.

@@ -1,6 +1,7 @@
 #include "install/InstallSupport.h"
 
 #include "UpdateRecord.h"
+#include "discovery/Network.h"
 #include "install/DownloadPath.h"
 #include "platform/foundation/PlatformException.h"
 #include "platform/system/FileTree.h"
@@ -30,6 +31,7 @@ void sleepSeconds(double seconds)
 
 void endProcess(int status)
 {
+    discovery::stopNetworkThreads();
     VLLog::finishWriting();
     std::fflush(nullptr);
     if (sys::isMainThread())

@@ -19,7 +19,8 @@ void onMain(const std::function<void()>& work);
 // Sleeps the calling thread.
 void sleepSeconds(double seconds);
 
-// Ends a windowless run: drains the log and the standard streams, then exits with `status`
+// Ends a windowless run: stops the network threads, drains the log and the standard streams,
+// then exits with `status`
 // (the ordinary exit on the main thread, an immediate one on a worker so that no static
 // destructor runs under the feet of other threads).
 [[noreturn]] void endProcess(int status);

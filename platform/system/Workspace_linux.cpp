@@ -187,10 +187,9 @@ void LinuxWorkspace::notifyFileChanged(const QString&) {}
 
 bool LinuxWorkspace::isPackage(const QString& path)
 {
-    if (!QFileInfo(path).isDir())
-        return false;
-    // The extension as the platform reads it from the path ("X.app/" is an "app").
-    return packageExtensions().contains(fnd::pathExtension(path).toLower());
+    // The extension as the platform reads it from the path ("X.app/" is an "app"). It is
+    // looked at first: the scans ask about every folder, and most have none.
+    return packageExtensions().contains(fnd::pathExtension(path).toLower()) && QFileInfo(path).isDir();
 }
 
 QStringList LinuxWorkspace::mountedLocalVolumes()

@@ -2,6 +2,7 @@
 
 #include "AppController.h"
 #include "WidgetsUserInterface.h"
+#include "discovery/Network.h"
 #include "platform/system/Bundle.h"
 #include "platform/system/GraphicalSession.h"
 #include "shared/VLLog.h"
@@ -37,7 +38,8 @@ int runWindowedApplication(int argc, char** argv)
     // As the platform's terminate does, the process ends here without waiting for detached
     // workers (a check or a download may still be running, and would otherwise reach windows
     // that are gone). Everything the user chose is already on disk: preferences are written
-    // when they change; the log is drained now.
+    // when they change; the log is drained now. A feed request still running ends first.
+    discovery::stopNetworkThreads();
     windows->finish();
     VLLog::finishWriting();
     std::fflush(nullptr);

@@ -8,7 +8,11 @@
 #include "discovery/CheckVerdict.h"
 #include "discovery/Network.h"
 
+#include <QDeadlineTimer>
+#include <QThreadPool>
+
 #include <functional>
+#include <thread>
 
 using discovery::CheckOutcome;
 using discovery::CheckVerdict;
@@ -17,6 +21,28 @@ using vltest::DiscoveryFixture;
 namespace {
 
 enum class Answer { Record, Marker, Nothing };
+
+// Threads of this process that serve feed requests: the sessions' own and their access
+// managers'.
+int networkThreadCount()
+{
+    int count = 0;
+    for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile name(QStringLiteral("/proc/self/task/%1/comm").arg(task));
+        const QByteArray comm = name.open(QIODevice::ReadOnly) ? name.readAll().trimmed() : QByteArray();
+        count += comm == "Feed requests" || comm.startsWith("QNetworkAccess") ? 1 : 0;
+    }
+    return count;
+}
+
+// Polls until `done` holds; false after a generous guard against hanging.
+bool eventually(const std::function<bool()>& done)
+{
+    const QDeadlineTimer guard(30000);
+    while (!done() && !guard.hasExpired())
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return done();
+}
 
 struct Row {
     const char* name;
@@ -271,6 +297,57 @@ TEST_F(Checks, FetchingFollowsLoggedRedirectsAndEndsEveryFailure)
     EXPECT_TRUE(server_->requestedPaths().isEmpty());
     env_.unset("VELMORA_CA_FILE");
     EXPECT_FALSE(discovery::fetchURL(feedURL(QStringLiteral("/b"))).data);
+}
+
+TEST_F(Checks, AKeptConnectionCarriesNoCookiesOrCredentials)
+{
+    const QJsonObject cookie{{QStringLiteral("body"), QStringLiteral("a")},
+                             {QStringLiteral("headers"), QJsonObject{{QStringLiteral("Set-Cookie"), QStringLiteral("session=secret; Path=/")}}}};
+    const QJsonObject challenge{{QStringLiteral("status"), 401},
+                                {QStringLiteral("headers"), QJsonObject{{QStringLiteral("WWW-Authenticate"), QStringLiteral("Basic realm=\"feeds\"")}}}};
+    ASSERT_TRUE(server_->setRoutes({{QStringLiteral("/cookie"), cookie},
+                                    {QStringLiteral("/private"), challenge},
+                                    {QStringLiteral("/plain"), QJsonObject{{QStringLiteral("body"), QStringLiteral("b")}}}}));
+    QString withCredentials = feedURL(QStringLiteral("/private"));
+    withCredentials.replace(QStringLiteral("https://"), QStringLiteral("https://user:password@"));
+    for (const QString& address : {feedURL(QStringLiteral("/cookie")), feedURL(QStringLiteral("/plain")), withCredentials,
+                                   feedURL(QStringLiteral("/plain"))})
+        (void)discovery::fetchURL(address);
+
+    const QList<vltest::ServedRequest> served = server_->requests();
+    ASSERT_EQ(served.size(), 4) << server_->requestedPaths().join(u' ').toStdString();
+    // The second request went over the first one's connection...
+    EXPECT_EQ(served.at(1).raw.value(QStringLiteral("client_port")), served.at(0).raw.value(QStringLiteral("client_port")));
+    // ...and no request carried what an earlier answer or address left behind.
+    for (const vltest::ServedRequest& r : served) {
+        EXPECT_TRUE(r.raw.value(QStringLiteral("cookie")).isNull()) << r.path.toStdString();
+        EXPECT_TRUE(r.raw.value(QStringLiteral("authorization")).isNull()) << r.path.toStdString();
+    }
+}
+
+TEST_F(Checks, NetworkThreadsEndWithTheirWorkerAndWhenStopped)
+{
+    ASSERT_TRUE(server_->setRoutes({{QStringLiteral("/hang"), QJsonObject{{QStringLiteral("hang"), true}}},
+                                    {QStringLiteral("/ok"), QJsonObject{{QStringLiteral("body"), QStringLiteral("x")}}}}));
+    // A pool worker whose idle time expires takes its network threads with it.
+    discovery::stopNetworkThreads();
+    QThreadPool pool;
+    pool.setExpiryTimeout(1);
+    bool fetched = false;
+    pool.start([&] { fetched = discovery::fetchURL(feedURL(QStringLiteral("/ok"))).data.has_value(); });
+    pool.waitForDone();
+    EXPECT_TRUE(fetched);
+    EXPECT_TRUE(eventually([] { return networkThreadCount() == 0; })) << networkThreadCount();
+
+    // Stopping ends a request in progress on another thread; a later request starts again.
+    discovery::FetchResult hung;
+    std::thread worker([&] { hung = discovery::fetchURL(feedURL(QStringLiteral("/hang"))); });
+    EXPECT_TRUE(eventually([&] { return server_->requestedPaths().contains(QStringLiteral("/hang")); }));
+    discovery::stopNetworkThreads();
+    worker.join();
+    EXPECT_FALSE(hung.data);
+    EXPECT_EQ(hung.errorDescription, QStringLiteral("cancelled"));
+    EXPECT_TRUE(discovery::fetchURL(feedURL(QStringLiteral("/ok"))).data);
 }
 
 TEST_F(Checks, DictionaryFromDataLogsBoundedConversionErrors)

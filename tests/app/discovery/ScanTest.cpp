@@ -5,6 +5,8 @@
 
 #include <QFile>
 
+#include <sys/stat.h>
+
 using vltest::DiscoveryFixture;
 
 TEST(NameFilter, RulesAreTestedOnTheLowerCasedLastComponent)
@@ -66,16 +68,27 @@ TEST_F(Scan, BundleScanFindsDescriptorsAndTheirGroups)
     QFile bad(junk + QStringLiteral("/Contents/VLUpdates.plist"));
     ASSERT_TRUE(bad.open(QIODevice::WriteOnly) && bad.write("not a plist") > 0);
     bad.close();
+    // A link is taken for what it names: a linked folder is walked, a linked file is no
+    // bundle. A name that is not valid UTF-8 is not reached by the path made of it.
+    const QString elsewhere = sysPath(QStringLiteral("/Elsewhere"));
+    makeBundle(elsewhere + QStringLiteral("/Linked.app"), QStringLiteral("com.velmora.Linked"), QStringLiteral("1"),
+               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpE")}});
+    ASSERT_TRUE(QFile::link(elsewhere, apps_ + QStringLiteral("/Shortcut")));
+    ASSERT_TRUE(QFile::link(apps_ + QStringLiteral("/One.app/Contents/Info.plist"), apps_ + QStringLiteral("/File.app")));
+    ASSERT_EQ(::mkdir((QFile::encodeName(apps_) + "/Bad\xff").constData(), 0755), 0);
 
     std::optional<QStringList> groups;
     const std::optional<QStringList> bundles = controller_->VLAppsInFolder(apps_, &groups);
     ASSERT_TRUE(bundles && groups);
     EXPECT_EQ(sorted(*bundles), sorted({apps_ + QStringLiteral("/One.app"), apps_ + QStringLiteral("/Utilities/Two.app"),
                                         apps_ + QStringLiteral("/Feed.app"), apps_ + QStringLiteral("/Other.app"),
-                                        apps_ + QStringLiteral("/Extras.localized"), both, junk}));
+                                        apps_ + QStringLiteral("/Extras.localized"), both, junk,
+                                        apps_ + QStringLiteral("/Shortcut/Linked.app")}));
     EXPECT_EQ(sorted(*groups), sorted({QStringLiteral("grpA"), QStringLiteral("grpB"), QStringLiteral("grpC"), QStringLiteral("grpD"),
-                                       QStringLiteral("grpA"), QStringLiteral("fromResources")}));
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Warning: Symbolic link links back to itself.")));
+                                       QStringLiteral("grpA"), QStringLiteral("fromResources"), QStringLiteral("grpE")}));
+    const QString log = vltest::LogFixture::logText();
+    EXPECT_TRUE(log.contains(QStringLiteral("Warning: Symbolic link links back to itself.")));
+    EXPECT_FALSE(log.contains(QStringLiteral("Error getting contents of directory"))) << log.toStdString();
 }
 
 TEST_F(Scan, GroupScanKeepsVendorGroupMembersOnly)
