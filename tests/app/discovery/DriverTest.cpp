@@ -1,6 +1,5 @@
-// The full check: dozens of bundles checked four at a time while group checks record their
-// stand-alone applications, a cancel part-way through, forced identifiers, the list helpers
-// and the process test.
+// The full check: dozens of bundles checked four at a time, a cancel part-way through, forced
+// identifiers, and the process test.
 
 #include "DiscoveryFixture.h"
 #include "discovery/CheckReport.h"
@@ -105,8 +104,8 @@ TEST_F(Driver, ManyApplicationsCheckedFourAtATimeAreEachListedOnce)
         QStringList listed;
         for (const UpdateRecord& r : controller_->dataArray)
             listed << record::identifierOf(r);
-        EXPECT_EQ(listed.size(), expected.size()) << "run " << run << ": " << listed.join(QLatin1Char(' ')).toStdString();
         EXPECT_EQ(QSet<QString>(listed.begin(), listed.end()), expected) << "run " << run;
+        EXPECT_EQ(listed.size(), expected.size()) << "run " << run << ": each once";
         for (const QString& group : groups)
             EXPECT_EQ(server_->requestedPaths().count(QStringLiteral("/rss/appcasts/%1.xml").arg(group)), 1) << "run " << run;
         // A stand-alone application whose update was dropped, or whose check came after its
@@ -156,46 +155,13 @@ TEST_F(Driver, ACancelPartWayLetsTheQueuedChecksRunButShowsNoListOrAlert)
     EXPECT_FALSE(ui.calls().contains(QStringLiteral("showAlert:No updates found")));
 }
 
-TEST_F(Driver, ForcedIdentifiers)
+TEST_F(Driver, AForcedGroupThatIsInstalledIsCheckedOnce)
 {
     groupMember(QStringLiteral("Alpha"), QStringLiteral("suite"));
     groupFeed(QStringLiteral("suite"), {});
-    // A forced group that is installed is not checked a second time.
     controller_->checkForUpdates(QStringList{QStringLiteral("suite")});
     EXPECT_EQ(server_->requestedPaths(), QStringList{QStringLiteral("/rss/appcasts/suite.xml")});
     EXPECT_EQ(controller_->dataArray.size(), 1);
-    // One that is not installed ends the check by the exception path (windowed: it returns).
-    controller_->checkForUpdates(QStringList{QStringLiteral("suite"), QStringLiteral("absent")});
-    EXPECT_TRUE(vltest::LogFixture::logText().contains(
-        QStringLiteral("Exception in -[AppController checkForUpdates:]. NSInvalidArgumentException - "
-                       "-[AppController updateGroup:app:subapp:version:versionString:bundleID:forceUpdate:appPath:]: "
-                       "unrecognized selector sent to instance")));
-}
-
-TEST(DriverHelpers, TheListKeepsTheFirstRecordOfEachIdentifierAndTitle)
-{
-    const std::unique_ptr<AppController> c = AppController::init();
-    const auto rec = [](const char* type, const char* group, const char* bundle, const char* title) {
-        QVariantMap r = {{record::kType, QString::fromLatin1(type)}, {record::kTitle, QString::fromLatin1(title)},
-                         {record::kBundleId, QString::fromLatin1(bundle)}};
-        if (group)
-            r.insert(record::kGroupId, QString::fromLatin1(group));
-        return r;
-    };
-    // A group record is identified by its groupid (none: no identifier), a Sparkle one by its bundle.
-    const QList<UpdateRecord> unique = c->uniqueObjectsInArray({rec("group", "g1", "a", "first"), rec("group", "g1", "b", "second"),
-                                                                rec("sparkle", "g1", "c", "third"), rec("group", nullptr, "d", "fourth")});
-    ASSERT_EQ(unique.size(), 2);
-    EXPECT_EQ(unique[1].value(record::kTitle), QVariant(QStringLiteral("third")));
-    // Adding keeps the first record of a title; records without a title never match.
-    for (const UpdateRecord& r : {rec("sparkle", nullptr, "x", "T"), rec("sparkle", nullptr, "y", "T"), UpdateRecord{{record::kBundleId, 1}},
-                                  UpdateRecord{{record::kBundleId, 2}}})
-        c->addObjectToDataArray(r);
-    EXPECT_EQ(c->dataArray.size(), 3);
-    // Equal counts: the second list's items the first lacks.
-    const QStringList a = {QStringLiteral("x"), QStringLiteral("y")};
-    EXPECT_EQ(AppController::compareExclusiveItems(a, {QStringLiteral("y"), QStringLiteral("w")}), QStringList{QStringLiteral("w")});
-    EXPECT_EQ(AppController::compareExclusiveItems({QStringLiteral("x"), QStringLiteral("v"), QStringLiteral("y")}, a), QStringList{QStringLiteral("v")});
 }
 
 TEST(ProcessCheck, TheWholeLastComponentMustMatch)

@@ -1,5 +1,5 @@
-// The installed-app scans: the name filter table, which folders are descended into, the
-// descriptor lookup, group identifiers of both scans, link loops and cancellation.
+// The installed-app scans: the name filter, which folders are walked, the descriptor lookup,
+// group identifiers, link loops and cancellation.
 
 #include "DiscoveryFixture.h"
 

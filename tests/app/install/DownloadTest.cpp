@@ -1,7 +1,5 @@
 // The download object against the local HTTPS server: the delegate order, the body on disk,
-// decoding by MIME type, and that every failure (dropped connection, short body, a body that
-// stops half-way with the connection open, HTTP error, undecodable body, cancel) leaves no
-// file behind.
+// decoding by MIME type, and that every failure and a cancel leave no file behind.
 #include "install/Download.h"
 
 #include "support/MacEncodings.h"

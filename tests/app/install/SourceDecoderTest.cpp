@@ -39,13 +39,6 @@ QByteArray randomBytes(qsizetype n)
     return b;
 }
 
-TEST(SourceDecoding, OnlyMacBinaryAndBinHexAreDecoded)
-{
-    for (const char* type : {"application/macbinary", "application/binhex"})
-        EXPECT_TRUE(install::shouldDecodeSourceDataOfMIMEType(QString::fromLatin1(type))) << type;
-    EXPECT_FALSE(install::shouldDecodeSourceDataOfMIMEType(QStringLiteral("application/octet-stream")));
-}
-
 TEST(SourceDecoding, TheDataForkSurvivesAnyChunking)
 {
     const QByteArray data = randomBytes(70000);

@@ -1,12 +1,6 @@
-// The installers with a window, in-process on a sandbox tree with the fake tools.
-// The application installer, while the application to replace runs: Force Quit ends it,
-// installs and opens the new copy; Cancel in that sheet, or a cancel that comes while the
-// image mounts, abandons the installation with the image mounted and the application untouched.
-// The package installer's fallback when the command-line installer fails: the package opens in
-// the interactive Installer (a shell standing in for Installer.app, so the running process is
-// that application; the "package" is a script that takes a moment and leaves a mark), the
-// updater waits and cleans up; Cancel during the wait ends at once with the image mounted.
-// And quitting a group's running applications before a group installation.
+// The installers with a window, in-process on a sandbox tree with the fake tools: replacing a
+// running application, the interactive package installer's fallback (a shell stands in for it;
+// the "package" is a script that leaves a mark), cancels, and quitting a group's applications.
 #include "AppController.h"
 #include "UpdateRecord.h"
 #include "platform/system/Bundle.h"

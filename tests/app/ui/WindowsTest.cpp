@@ -1,40 +1,46 @@
-// The windows with the real controller on Qt's offscreen platform. Main window: a check against
-// a local server fills the list, the check column drives the install button, Return installs
-// and Escape on the install sheet cancels, the byte line of a large download, the menus, the
-// alert that quits, a link in the notes. The single-update prompt and its buttons, the
-// preferences, alerts asked from a worker, and accessible names on every control.
+// The windows with the real controller on Qt's offscreen platform: a check fills the list and
+// the check column drives Install, the install sheet, the prompt, alerts asked from a worker,
+// a link in the notes, and accessible names on every control. Each test gets a fresh tree for
+// HOME, TMPDIR and the system root, and a workspace that records what the browser would open.
+// Tests that start a worker wait for it with waitUntil(), which keeps this thread serving it.
 
+#include "AppController.h"
 #include "InstallProgressSheet.h"
+#include "MainWindow.h"
 #include "PreferencesWindow.h"
 #include "ReleaseNotesBrowser.h"
 #include "UpdateProgressSheet.h"
 #include "UpdateRecord.h"
 #include "UpdateTableModel.h"
 #include "UpdateWindow.h"
-#include "WindowsFixture.h"
+#include "WidgetsUserInterface.h"
 #include "lifecycle/PreferenceKeys.h"
 #include "platform/plist/PropertyList.h"
 #include "platform/system/UserDefaults.h"
 #include "shared/VLAlert.h"
 
+#include "support/LogFixture.h"
 #include "support/QtPrinters.h"
+#include "support/RecordingWorkspace.h"
 #include "support/TestServer.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCheckBox>
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QLabel>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTableView>
 #include <QTest>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 
 namespace {
-
-using vltest::TestServer;
 
 UpdateRecord download(const QString& url)
 {
@@ -42,8 +48,58 @@ UpdateRecord download(const QString& url)
             {record::kSelected, 1}, {record::kUrl, url}, {record::kChangeList, QStringLiteral("<p>Tags</p>")}};
 }
 
-class WindowsTest : public vltest::WindowsFixture {
+class WindowsTest : public ::testing::Test {
 protected:
+    void SetUp() override
+    {
+        log_.environment().set("TMPDIR", log_.path(QStringLiteral("tmp")));
+        log_.environment().set("VELMORA_UPDATE_SERVER", QStringLiteral("https://127.0.0.1:9"));
+        ASSERT_TRUE(QDir().mkpath(log_.path(QStringLiteral("tmp"))));
+        ASSERT_TRUE(QDir().mkpath(log_.path(QStringLiteral("sysroot/Applications"))));
+        auto windows = std::make_unique<WidgetsUserInterface>(QString());
+        windows_ = windows.get();
+        controller_ = AppController::init(std::move(windows));
+        windows_->attach(*controller_);
+    }
+    void TearDown() override
+    {
+        // Nothing a worker still holds may outlive the controller.
+        waitUntil([&] { return !checkRunning(); });
+        for (QWidget* window : QApplication::topLevelWidgets())
+            window->hide();
+        sys::UserDefaults::standard().setArguments({});
+    }
+    // Turns the event loop until `done` holds; false after a generous guard against hanging.
+    static bool waitUntil(const std::function<bool()>& done)
+    {
+        QDeadlineTimer guard(60000);
+        while (!done() && !guard.hasExpired())
+            QApplication::processEvents(QEventLoop::AllEvents, 20);
+        return done();
+    }
+    // The alert box on screen, once it is up.
+    static QMessageBox* waitForAlert()
+    {
+        QMessageBox* found = nullptr;
+        waitUntil([&] {
+            for (QWidget* widget : QApplication::allWidgets()) {
+                if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
+                    found = box;
+            }
+            return found != nullptr;
+        });
+        return found;
+    }
+    void setRows(const QList<UpdateRecord>& rows)
+    {
+        {
+            std::lock_guard lock(controller_->dataArrayLock);
+            controller_->dataArray = rows;
+        }
+        windows_->reloadTableView();
+        controller_->updateInstallButtonStatus();
+    }
+    MainWindow& main() { return *windows_->mainWindow(); }
     // A local server for the test, named as update server and web site.
     void startServer(const QJsonObject& routes = {})
     {
@@ -54,11 +110,6 @@ protected:
         ASSERT_TRUE(server_.start(options)) << server_.errorString().toStdString();
         log_.environment().set("VELMORA_WEB_SITE", server_.baseUrl() + QStringLiteral("/"));
         log_.environment().set("VELMORA_CA_FILE", server_.caFile());
-    }
-    void TearDown() override
-    {
-        WindowsFixture::TearDown();
-        sys::UserDefaults::standard().setArguments({});
     }
     // The launch with "-checkpath" and a record handed over in "updateGroupDict": the prompt.
     UpdateWindow& prompt(const QString& url = QStringLiteral("https://127.0.0.1:9/Notes.dmg"))
@@ -75,7 +126,11 @@ protected:
     QAction* action(const char* name) { return main().findChild<QAction*>(QString::fromLatin1(name)); }
     bool checkRunning() { return !std::unique_lock(controller_->controllerLock, std::try_to_lock).owns_lock(); }
 
-    TestServer server_;
+    vltest::LogFixture log_;
+    vltest::ScopedRecordingWorkspace workspace_;
+    WidgetsUserInterface* windows_ = nullptr; // owned by the controller
+    std::unique_ptr<AppController> controller_;
+    vltest::TestServer server_;
 };
 
 
@@ -111,6 +166,11 @@ TEST_F(WindowsTest, ACheckListsTheUpdateSelectsItAndTheCheckColumnDrivesInstall)
     EXPECT_EQ(controller_->dataArray.value(0).value(record::kSelected), QVariant(0));
     QTest::keyClick(main().tableView(), Qt::Key_Space);
     EXPECT_TRUE(main().installBtn()->isEnabled());
+    // A disk image link in the notes opens in the browser and quits.
+    const QString image = controller_->dataArray.value(0).value(record::kUrl).toString();
+    Q_EMIT main().webView()->anchorClicked(QUrl(image));
+    EXPECT_EQ(workspace_.opened(), QStringList{image});
+    EXPECT_TRUE(windows_->terminationRequested());
 }
 
 TEST_F(WindowsTest, ReturnInstallsAndEscapeOnTheSheetCancelsTheDownload)
@@ -133,31 +193,12 @@ TEST_F(WindowsTest, ReturnInstallsAndEscapeOnTheSheetCancelsTheDownload)
     EXPECT_EQ(server_.requestedPaths(), QStringList{QStringLiteral("/Notes.dmg")});
 }
 
-TEST_F(WindowsTest, ALargeDownloadShowsItsBytesOnADeterminateBar)
-{
-    windows_->showMainWindow();
-    windows_->showInstallProgress();
-    UrlResponseInfo response;
-    response.expectedLength = qint64(1) << 30;
-    controller_->downloadDidReceiveResponse(response);
-    controller_->downloadDidReceiveDataOfLength(quint64(1) << 28);
-    const InstallProgressSheet* sheet = main().windowInstallProgress();
-    EXPECT_EQ(sheet->installProgressBar()->value() * 4, sheet->installProgressBar()->maximum());
-    EXPECT_TRUE(sheet->downloadDataText()->isVisible());
-    EXPECT_EQ(sheet->downloadDataText()->text(), QStringLiteral("256.0 MB / 1.00 GB"));
-    controller_->hideDownloadDataText();
-    EXPECT_FALSE(sheet->downloadDataText()->isVisible());
-}
-
-TEST_F(WindowsTest, CheckForUpdatesFollowsTheMainWindowAndTheMenusKeepTheStandardKeys)
+TEST_F(WindowsTest, CheckForUpdatesFollowsTheMainWindow)
 {
     main().hide();
     EXPECT_FALSE(action("menuCheckForUpdates")->isEnabled());
     windows_->showMainWindow();
     EXPECT_TRUE(action("menuCheckForUpdates")->isEnabled());
-    EXPECT_TRUE(action("quit")->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::Key_Q)));
-    EXPECT_TRUE(action("closeWindow")->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::Key_W)));
-    EXPECT_TRUE(action("showPreferences")->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::Key_Comma)));
 }
 
 TEST_F(WindowsTest, TheNoUpdatesAlertIsASheetThatQuitsOnReturnOnlyWithAutoQuit)
@@ -174,53 +215,12 @@ TEST_F(WindowsTest, TheNoUpdatesAlertIsASheetThatQuitsOnReturnOnlyWithAutoQuit)
     }
 }
 
-TEST_F(WindowsTest, AManualOnlyRowCannotBeTickedAndItsDiskImageLinkOpensInTheBrowserAndQuits)
-{
-    windows_->showMainWindow();
-    UpdateRecord manual = download(QStringLiteral("https://downloads.velmora.com/Notes.dmg"));
-    manual.insert(record::kManualOnly, true);
-    setRows({manual});
-    const QModelIndex check = main().model()->index(0, UpdateTableModel::CheckColumn);
-    EXPECT_FALSE(check.flags() & Qt::ItemIsEnabled);
-    EXPECT_FALSE(main().model()->setData(check, Qt::Checked, Qt::CheckStateRole));
-    main().selectFirstItem();
-    ASSERT_TRUE(main().webView()->toHtml().contains(QStringLiteral("Install manually")));
-    Q_EMIT main().webView()->anchorClicked(QUrl(QStringLiteral("https://downloads.velmora.com/Notes.dmg")));
-    EXPECT_TRUE(windows_->terminationRequested());
-    EXPECT_EQ(workspace_.opened(), QStringList{"https://downloads.velmora.com/Notes.dmg"});
-}
-
-TEST_F(WindowsTest, PreferencesOpenOnTheStoredValuesAndEachBoxStoresAtOnce)
-{
-    ASSERT_TRUE(sys::writeGlobalPreferences({{prefs::kCheckAtStartup, false}, {QStringLiteral("disable-logging"), true}}));
-    sys::UserDefaults::standard().setInteger(0, prefs::kAutoUpdateCheck);
-    main().showPreferences();
-    PreferencesWindow& prefsWindow = *main().preferencesWindow();
-    EXPECT_FALSE(prefsWindow.prefsCheckForUpdatesAtStartup()->isChecked());
-    EXPECT_FALSE(prefsWindow.prefsAutoUpdateCheck()->isChecked());
-
-    prefsWindow.prefsCheckForUpdatesAtStartup()->click();
-    prefsWindow.prefsAutoUpdateCheck()->click();
-    EXPECT_EQ(sys::readGlobalPreferences(),
-              (QVariantMap{{prefs::kCheckAtStartup, true}, {QStringLiteral("disable-logging"), true}}));
-    EXPECT_EQ(sys::UserDefaults::standard().integerForKey(prefs::kAutoUpdateCheck), 1);
-
-    QTest::keyClick(&prefsWindow, Qt::Key_Escape);
-    EXPECT_FALSE(prefsWindow.isVisible());
-    // Changed elsewhere while closed: the next opening shows the file as it is now.
-    ASSERT_TRUE(sys::writeGlobalPreferences({}));
-    main().showPreferences();
-    EXPECT_TRUE(prefsWindow.prefsCheckForUpdatesAtStartup()->isChecked());
-}
-
 TEST_F(WindowsTest, ThePromptShowsTheStoredStartupChoiceAndItsButtonsStore)
 {
     ASSERT_TRUE(sys::writeGlobalPreferences({{prefs::kCheckAtStartup, false}}));
     UpdateWindow& window = prompt();
     EXPECT_TRUE(window.isVisible());
     EXPECT_FALSE(main().isVisible());
-    EXPECT_TRUE(window.updateInfoLabel()->font().bold());
-    EXPECT_EQ(window.updateWebView()->toPlainText().trimmed(), QStringLiteral("Tags"));
     EXPECT_FALSE(window.updateCheckAtStartup()->isChecked());
     EXPECT_TRUE(window.installUpdateButton()->isDefault());
     window.updateCheckAtStartup()->click();
@@ -290,16 +290,12 @@ TEST(ReleaseNotesBrowser, LoadsImagesOnlyFromItsResourceFolder)
     QImage icon(4, 4, QImage::Format_ARGB32);
     icon.fill(Qt::blue);
     ASSERT_TRUE(QDir().mkpath(folder.filePath(QStringLiteral("Resources"))));
-    ASSERT_TRUE(icon.save(folder.filePath(QStringLiteral("Resources/icon-18.png"))));
-    ASSERT_TRUE(icon.save(folder.filePath(QStringLiteral("private.png"))));
     ReleaseNotesBrowser notes;
     notes.setResourceFolder(folder.filePath(QStringLiteral("Resources")));
-    const auto load = [&](const QString& path) {
-        return notes.loadResource(QTextDocument::ImageResource, QUrl::fromLocalFile(path));
-    };
-    EXPECT_TRUE(load(folder.filePath(QStringLiteral("Resources/icon-18.png"))).isValid());
-    EXPECT_FALSE(load(folder.filePath(QStringLiteral("private.png"))).isValid());
-    EXPECT_FALSE(load(folder.filePath(QStringLiteral("Resources/../private.png"))).isValid());
+    for (const auto& [name, loads] : {std::pair{"Resources/icon-18.png", true}, {"private.png", false}, {"Resources/../private.png", false}}) {
+        ASSERT_TRUE(icon.save(folder.filePath(QString::fromLatin1(name))));
+        EXPECT_EQ(notes.loadResource(QTextDocument::ImageResource, QUrl::fromLocalFile(folder.filePath(QString::fromLatin1(name)))).isValid(), loads) << name;
+    }
     EXPECT_FALSE(notes.loadResource(QTextDocument::ImageResource, QUrl(QStringLiteral("https://tracker.example.com/p.png"))).isValid());
 }
 
