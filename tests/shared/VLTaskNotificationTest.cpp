@@ -1,5 +1,4 @@
 #include "shared/VLTaskNotification.h"
-#include "support/ChildProcess.h"
 #include "support/LogFixture.h"
 #include "support/NotificationListener.h"
 
@@ -7,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <gtest/gtest.h>
@@ -109,26 +107,6 @@ TEST_F(VLTaskNotificationTest, AStuckClientDelaysButNeverHangsThePost)
             << qPrintable(vltest::LogFixture::logText());
         EXPECT_EQ(stuck.waitForMessages(1, 1000), sent);
     }
-}
-
-TEST_F(VLTaskNotificationTest, TheShellListenerReceivesWhatTheUpdaterPosts)
-{
-    vltest::ChildProcess listener;
-    ASSERT_TRUE(listener.start(QStringLiteral("/usr/bin/python3"),
-                               {QStringLiteral(VELMORA_SOURCE_DIR "/scripts/notification-listener.py"), QStringLiteral("--implements"),
-                                QStringLiteral("postErrorString: postFinishedTask")}));
-    EXPECT_EQ(listener.readLine(10000).value_or("").trimmed(), "listening " + socketPath().toUtf8());
-    VLTaskNotification::postTaskErrorString(QStringLiteral("t\u00e9xt"));
-    VLTaskNotification::postIncrementProgress();
-    VLTaskNotification::postTaskFinished();
-    const std::optional<QByteArray> first = listener.readLine(5000);
-    const std::optional<QByteArray> second = listener.readLine(5000);
-    listener.kill();
-    ASSERT_TRUE(first && second) << listener.standardOutput().toStdString();
-    const QJsonObject error = QJsonDocument::fromJson(*first).object();
-    EXPECT_EQ(error.value(QStringLiteral("message")).toString(), QStringLiteral("postErrorString:"));
-    EXPECT_EQ(error.value(QStringLiteral("arguments")).toArray(), QJsonArray{QStringLiteral("t\u00e9xt")});
-    EXPECT_EQ(QJsonDocument::fromJson(*second).object().value(QStringLiteral("message")).toString(), QStringLiteral("postFinishedTask"));
 }
 
 } // namespace
