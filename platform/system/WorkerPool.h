@@ -1,5 +1,5 @@
 #pragma once
-// WorkerPool: an operation queue that runs at most maxThreadCount() tasks at once on a
+// WorkerPool: an operation queue that runs at most the given number of tasks at once on a
 // QThreadPool, in the order they were started (one thread: a serial queue).
 //
 // The tasks wait in our own queue under a std::mutex; the Qt pool is handed only "take the
@@ -27,7 +27,6 @@ public:
     WorkerPool& operator=(const WorkerPool&) = delete;
 
     void setMaxThreadCount(int maxThreads) { pool_.setMaxThreadCount(maxThreads); }
-    int maxThreadCount() const { return pool_.maxThreadCount(); }
     void start(std::function<void()> task);
     // Returns when every task started before the call has finished; what the tasks wrote is
     // then visible to the caller.

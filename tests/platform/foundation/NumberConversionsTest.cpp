@@ -41,21 +41,16 @@ TEST(NumberConversions, DoubleAndBoolScanners)
 TEST(NumberConversions, PropertyListValues)
 {
     // Strings use the string rules; numbers convert as C (reals truncate, clamp); others are 0 / NO.
-    EXPECT_EQ(fnd::intValue(QVariant(QStringLiteral(" 12 "))), 12);
-    EXPECT_EQ(fnd::intValue(QVariant(-3.99)), -3);
-    EXPECT_EQ(fnd::intValue(QVariant(1e20)), std::numeric_limits<int>::max());
-    EXPECT_EQ(fnd::intValue(QVariant(std::nan(""))), 0);
-    EXPECT_EQ(fnd::intValue(QVariant(qlonglong(4294967297LL))), 1);
-    EXPECT_EQ(fnd::intValue(QVariant(true)), 1);
+    const struct { QVariant value; int intValue; bool boolValue; } rows[] = {
+        {QStringLiteral(" 12 "), 12, true}, {-3.99, -3, true}, {1e20, std::numeric_limits<int>::max(), true}, {std::nan(""), 0, true},
+        {qlonglong(4294967297LL), 1, true}, {true, 1, true}, {QByteArray("12"), 0, false}, {QVariantList{1}, 0, false},
+        {QStringLiteral("YES"), 0, true}, {0.5, 0, true}, {QDateTime::currentDateTimeUtc(), 0, false},
+    };
+    for (const auto& row : rows)
+        EXPECT_TRUE(fnd::intValue(row.value) == row.intValue && fnd::boolValue(row.value) == row.boolValue) << row.value.toString().toStdString();
     EXPECT_EQ(fnd::integerValue(QVariant(qulonglong(5))), 5);
-    EXPECT_EQ(fnd::integerValue(QVariant(QByteArray("12"))), 0);
-    EXPECT_EQ(fnd::intValue(QVariant(QVariantList{1})), 0);
     EXPECT_DOUBLE_EQ(fnd::doubleValue(QVariant(QStringLiteral("2.5x"))), 2.5);
-    EXPECT_TRUE(fnd::boolValue(QVariant(QStringLiteral("YES"))));
-    EXPECT_TRUE(fnd::boolValue(QVariant(0.5)));
-    EXPECT_FALSE(fnd::boolValue(QVariant(QDateTime::currentDateTimeUtc())));
-    EXPECT_TRUE(fnd::isNumber(QVariant(false)));
-    EXPECT_FALSE(fnd::isNumber(QVariant(QStringLiteral("1"))));
+    EXPECT_TRUE(fnd::isNumber(QVariant(false)) && !fnd::isNumber(QVariant(QStringLiteral("1"))));
 }
 
 TEST(NumberConversions, StringValueOfNumbers)

@@ -1,6 +1,6 @@
-// The user domain's folders in homes that are not fresh: a planted link, an entry that is not
-// a folder, a Library of someone else's making, no home at all. Fresh homes, as the user and
-// as root for the user, are run end to end (FreshHomeEndToEndTest).
+// The user domain's folders in a home that is not fresh: a planted link is never followed, and
+// a Library already there keeps its owner and mode. Fresh homes, as the user and as root for
+// the user, are run end to end (FreshHomeEndToEndTest).
 #include "platform/system/UserDomain.h"
 
 #include "support/QtPrinters.h"
@@ -8,89 +8,37 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
-
-struct stat statOf(const QString& path)
-{
-    struct stat info {};
-    ::lstat(QFile::encodeName(path).constData(), &info);
-    return info;
-}
-
-QStringList entriesOf(const QString& folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-}
-
-} // namespace
-
-TEST(UserDomain, WhatIsThereIsNeitherFollowedNorChanged)
+TEST(UserDomain, ALinkIsRefusedUnfollowedAndAnExistingLibraryKeepsItsOwnerAndMode)
 {
     QTemporaryDir dir;
+    const QString linked = dir.filePath(QStringLiteral("linked")), kept = dir.filePath(QStringLiteral("kept"));
     const QString elsewhere = dir.filePath(QStringLiteral("elsewhere"));
-    ASSERT_TRUE(QDir().mkpath(elsewhere));
-    const uint owner = ::geteuid() == 0 ? 65534u : ::geteuid(); // root makes for the home's owner
-
-    struct Row {
-        const char* name;
-        std::function<void(const QString& home)> plant;
-        bool ready;
-        const char* refusal; // after the home's path
-        QStringList library; // what Library holds afterwards
-    };
-    const QStringList all{QStringLiteral("Application Support"), QStringLiteral("Caches"), QStringLiteral("Logs"),
-                          QStringLiteral("Preferences")};
-    const Row rows[] = {
-        {"Library is a link", [&](const QString& home) { ASSERT_TRUE(QFile::link(elsewhere, home + QStringLiteral("/Library"))); },
-         false, "/Library is a symbolic link.", {}},
-        {"Caches is a file", [](const QString& home) {
-             QFile file(home + QStringLiteral("/Library/Caches"));
-             ASSERT_TRUE(QDir().mkpath(home + QStringLiteral("/Library")) && file.open(QIODevice::WriteOnly));
-         },
-         false, "/Library/Caches is not a folder.", all},
-        {"Library of another owner and mode", [](const QString& home) {
-             ASSERT_TRUE(QDir().mkpath(home + QStringLiteral("/Library")));
-             ASSERT_EQ(::chmod(QFile::encodeName(home + QStringLiteral("/Library")).constData(), 0755), 0);
-         },
-         true, "", all},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        const QString home = dir.filePath(QString::fromLatin1(row.name));
-        ASSERT_TRUE(QDir().mkpath(home));
-        ASSERT_EQ(::chown(QFile::encodeName(home).constData(), owner, owner), 0);
-        row.plant(home);
-        const struct stat before = statOf(home + QStringLiteral("/Library"));
-        vltest::ScopedEnvironment env;
-        env.set("HOME", home);
-        QString refusal;
-        EXPECT_EQ(sys::prepareUserDomain(&refusal), row.ready);
-        EXPECT_EQ(refusal, row.ready ? QString() : QStringLiteral("The folder ") + home + QString::fromLatin1(row.refusal));
-        EXPECT_EQ(entriesOf(elsewhere), QStringList());
-        if (!QFileInfo(home + QStringLiteral("/Library")).isSymLink()) {
-            EXPECT_EQ(entriesOf(home + QStringLiteral("/Library")), row.library);
-        }
-        // Library was there: its mode and owner stay; what was made is the home owner's.
-        const struct stat after = statOf(home + QStringLiteral("/Library"));
-        EXPECT_EQ(after.st_mode, before.st_mode);
-        EXPECT_EQ(after.st_uid, before.st_uid);
-        if (row.ready) {
-            EXPECT_EQ(statOf(home + QStringLiteral("/Library/Logs")).st_uid, owner);
-        }
-    }
-
-    // No home: nothing is made, the home included.
+    ASSERT_TRUE(QDir().mkpath(elsewhere) && QDir().mkpath(linked) && QDir().mkpath(kept + QStringLiteral("/Library")));
+    ASSERT_TRUE(QFile::link(elsewhere, linked + QStringLiteral("/Library")));
     vltest::ScopedEnvironment env;
-    const QString missing = dir.filePath(QStringLiteral("missing"));
-    env.set("HOME", missing);
-    EXPECT_FALSE(sys::prepareUserDomain());
-    EXPECT_FALSE(QFileInfo::exists(missing));
+    env.set("HOME", linked);
+    QString refusal;
+    EXPECT_FALSE(sys::prepareUserDomain(&refusal));
+    EXPECT_EQ(refusal, QStringLiteral("The folder ") + linked + QStringLiteral("/Library is a symbolic link."));
+    EXPECT_TRUE(QDir(elsewhere).isEmpty());
+
+    // Root makes for the home's owner, but a Library someone else made stays theirs, 0755.
+    const uint owner = ::geteuid() == 0 ? 65534u : ::geteuid();
+    const QByteArray library = QFile::encodeName(kept + QStringLiteral("/Library"));
+    ASSERT_EQ(::chown(QFile::encodeName(kept).constData(), owner, owner), 0);
+    ASSERT_EQ(::chmod(library.constData(), 0755), 0);
+    struct stat before {}, after {}, logs {};
+    ASSERT_EQ(::stat(library.constData(), &before), 0);
+    env.set("HOME", kept);
+    EXPECT_TRUE(sys::prepareUserDomain());
+    ASSERT_EQ(::stat(library.constData(), &after), 0);
+    EXPECT_TRUE(after.st_mode == before.st_mode && after.st_uid == before.st_uid);
+    ASSERT_EQ(::stat(library + "/Logs", &logs), 0);
+    EXPECT_EQ(logs.st_uid, owner) << "what was made is the home owner's";
 }
