@@ -101,6 +101,10 @@ void NetworkSession::stop()
         return;
     thread->quit();
     thread->wait();
+    // The network thread's last touch of the session was under the mutex; taking it once more
+    // orders that before whatever the caller does next (destroying the session included),
+    // also for checkers that cannot see inside the wait above.
+    const std::lock_guard ordered(mutex_);
 }
 
 void NetworkSession::serve()
