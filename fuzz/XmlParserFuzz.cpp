@@ -6,15 +6,11 @@
 // - a widened clip list that does not hold the clip once, or holds a node that is not one
 //   of its siblings;
 // - a next node that is the node itself or lies inside its subtree.
+#include "FuzzLog.h"
 #include "FuzzSupport.h"
 
 #include "platform/foundation/PlatformException.h"
-#include "shared/VLLog.h"
 #include "shared/VLXMLParser.h"
-
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 
 #include <algorithm>
 
@@ -87,18 +83,8 @@ void exerciseElement(const pugi::xml_node& element)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    // A private home whose shared preferences switch the log off: the escaping logs a line for
-    // every control character, and nothing of a run should reach the real log folder.
-    static QTemporaryDir home;
-    qputenv("HOME", home.path().toLocal8Bit());
-    qputenv("VELMORA_SYSROOT", home.filePath(QStringLiteral("sysroot")).toLocal8Bit());
-    QDir().mkpath(home.filePath(QStringLiteral("Library/Preferences")));
-    QFile prefs(home.filePath(QStringLiteral("Library/Preferences/com.velmora.global.plist")));
-    if (prefs.open(QIODevice::WriteOnly))
-        prefs.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-                    "<key>disable-logging</key><string>1</string></dict></plist>\n");
-    prefs.close();
-    VLLog::createNewLog(QStringLiteral("XmlParserFuzz"), true);
+    // The escaping logs a line for every control character.
+    fuzzsupport::silenceLog(QStringLiteral("XmlParserFuzz"));
     return 0;
 }
 
