@@ -87,8 +87,8 @@ TEST_F(CheckpathEndToEnd, UpToDateAndFailedChecksAndTheGlobalThrottle)
     EXPECT_TRUE(server_.requestedPaths().isEmpty());
 
     // An old check no longer throttles: a feed that cannot be read gives no record, status 1.
-    ASSERT_TRUE(sandbox_.writeUserDefaults(QStringLiteral("com.velmora.SoftwareUpdate"),
-                                           {{QStringLiteral("lastUpdateCheck"), QDateTime::currentDateTimeUtc().addSecs(-259201)}}));
+    ASSERT_TRUE(sandbox_.writePlist(sandbox_.userPreferencesFile(QStringLiteral("com.velmora.SoftwareUpdate")),
+                                           QVariantMap{{QStringLiteral("lastUpdateCheck"), QDateTime::currentDateTimeUtc().addSecs(-259201)}}));
     const QString broken = sandbox_.createBundle({sandbox_.sysPath(QStringLiteral("/Applications/Broken.app")),
                                                   QStringLiteral("com.velmora.Broken"), QStringLiteral("5"), QStringLiteral("1.0"), {},
                                                   QVariantMap{{QStringLiteral("SUFeedURL"), server_.url(QStringLiteral("/feeds/none.xml"))}}});

@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QProcess>
 
 #include <functional>
 #include <unistd.h>
@@ -78,9 +79,9 @@ protected:
     // of them after a run.
     void seedTestFeeds()
     {
-        ASSERT_TRUE(sb_.writeUserDefaults(QStringLiteral("com.velmora.SoftwareUpdate"),
-                                          {{"testURL", "https://feeds.test/group.xml"}, {"testSelfURL", "https://feeds.test/self.xml"},
-                                           {"showBetaUpdates", 1}}));
+        ASSERT_TRUE(sb_.writePlist(sb_.userPreferencesFile(QStringLiteral("com.velmora.SoftwareUpdate")),
+                                   QVariantMap{{"testURL", "https://feeds.test/group.xml"}, {"testSelfURL", "https://feeds.test/self.xml"},
+                                               {"showBetaUpdates", 1}}));
     }
     QStringList defaultsKeys() const
     {

@@ -73,9 +73,7 @@ TEST(RunModesEndToEnd, InstallOfAnUnknownVendorIdOnAServerlessMachineCannotDownl
 TEST(RunModesEndToEnd, WithoutASwitchAndWithoutADisplayTheWindowCannotOpenAndThatIsSaid)
 {
     Sandbox sandbox;
-    vltest::RunOptions options;
-    options.unsetEnv = {QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("QT_QPA_PLATFORM")};
-    const auto run = sandbox.runUpdater({}, options);
+    const auto run = sandbox.runUpdater({});
     EXPECT_EQ(run.exitCode, 1) << run.describe().toStdString();
     EXPECT_TRUE(run.err().contains(QStringLiteral("no display to open the update window on"))) << run.describe().toStdString();
 }

@@ -110,10 +110,8 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
         error_ = QStringLiteral("already started");
         return false;
     }
-    // Writing to a child that has gone must fail, not end the test.
-    ::signal(SIGPIPE, SIG_IGN);
     Wiring wiring;
-    const bool wired = (options.standardInput.isEmpty() ? wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY) : wiring.pipeFor(0))
+    const bool wired = (options.keepInputOpen ? wiring.pipeFor(0) : wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY))
         && (options.discardOutput ? wiring.fileFor(1, QStringLiteral("/dev/null"), O_WRONLY) : wiring.pipeFor(1))
         && (!options.standardErrorFile.isEmpty() ? wiring.fileFor(2, options.standardErrorFile, O_WRONLY | O_CREAT | O_TRUNC)
                : options.discardOutput ? wiring.fileFor(2, QStringLiteral("/dev/null"), O_WRONLY)
@@ -146,7 +144,6 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
     inFd_ = wiring.ours[0];
     outFd_ = wiring.ours[1];
     errFd_ = wiring.ours[2];
-    pendingInput_ = options.standardInput;
     int childError = 0;
     ssize_t n;
     do {
@@ -189,10 +186,8 @@ void ChildProcess::reap(bool block)
 
 bool ChildProcess::pump(int timeoutMs)
 {
-    pollfd fds[3];
+    pollfd fds[2];
     nfds_t count = 0;
-    if (inFd_ >= 0)
-        fds[count++] = {inFd_, POLLOUT, 0};
     if (outFd_ >= 0)
         fds[count++] = {outFd_, POLLIN, 0};
     if (errFd_ >= 0)
@@ -204,14 +199,6 @@ bool ChildProcess::pump(int timeoutMs)
         if (fds[i].revents == 0)
             continue;
         progressed = true;
-        if (fds[i].fd == inFd_) {
-            const ssize_t n = ::write(inFd_, pendingInput_.constData(), size_t(pendingInput_.size()));
-            if (n > 0)
-                pendingInput_.remove(0, n);
-            if ((n < 0 && errno != EAGAIN && errno != EINTR) || pendingInput_.isEmpty())
-                closeFd(inFd_);
-            continue;
-        }
         int& fd = fds[i].fd == outFd_ ? outFd_ : errFd_;
         QByteArray& sink = fds[i].fd == outFd_ ? output_ : errorOutput_;
         char buffer[65536];
@@ -260,11 +247,6 @@ std::optional<QByteArray> ChildProcess::readLine(int timeoutMs)
     return line;
 }
 
-bool ChildProcess::waitForOutput(const std::function<bool(const QByteArray&)>& enough, int timeoutMs)
-{
-    return waitUntil([&] { return enough(output_); }, timeoutMs);
-}
-
 bool ChildProcess::waitUntil(const std::function<bool()>& done, int timeoutMs)
 {
     const QDeadlineTimer deadline(timeoutMs);
@@ -289,6 +271,8 @@ void ChildProcess::kill()
     if (isRunning())
         ::kill(pid_, SIGKILL);
 }
+
+void ChildProcess::closeInput() { closeFd(inFd_); }
 
 bool runToSuccess(const QString& program, const QStringList& arguments, int timeoutMs)
 {

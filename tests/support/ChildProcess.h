@@ -33,7 +33,7 @@ struct ChildOptions {
     bool endsWithParent = false;            // SIGTERM when the starting thread ends
     QString standardErrorFile;              // standard error to this file (truncated), not a pipe
     bool discardOutput = false;             // standard output and error to the null device
-    QByteArray standardInput;               // fed to standard input, which then ends
+    bool keepInputOpen = false;             // standard input a pipe until closeInput(); else empty
 };
 
 class ChildProcess {
@@ -55,13 +55,11 @@ public:
     int exitCode() const { return ended_ && signal_ == 0 ? exitCode_ : -1; }
     void terminate(); // SIGTERM while it runs
     void kill();      // SIGKILL while it runs
+    void closeInput(); // ends the standard input kept open (a child that reads it to its end)
 
     // The next whole line of standard output (without its line break), waiting at most
     // timeoutMs; nothing when the time is up or the output ended first.
     std::optional<QByteArray> readLine(int timeoutMs);
-    // Waits until `enough` accepts the standard output so far, the output ends or the time is
-    // up; returns what `enough` said last.
-    bool waitForOutput(const std::function<bool(const QByteArray&)>& enough, int timeoutMs);
     QByteArray standardOutput() const { return output_; }
     QByteArray standardError() const { return errorOutput_; }
 
@@ -80,7 +78,6 @@ private:
     int inFd_ = -1;
     int outFd_ = -1;
     int errFd_ = -1;
-    QByteArray pendingInput_;
     QByteArray output_;
     QByteArray errorOutput_;
     qsizetype lineStart_ = 0;
