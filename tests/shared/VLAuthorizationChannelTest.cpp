@@ -5,6 +5,7 @@
 #include "VLFileManagerTestSupport.h"
 
 #include "shared/VLAuthorization.h"
+#include "support/ChildProcess.h"
 #include "shared/VLAuthorizationProtocol.h"
 
 #include "platform/system/SystemEnvironment.h"
@@ -162,24 +163,17 @@ TEST_F(VLAuthorizationChannelTest, RefusedRequestsRunNothingAndKeepTheGrant)
 
 TEST_F(VLAuthorizationChannelTest, RunnerEndsWhenItsParentIsKilled)
 {
-    QProcess child;
-    QProcessEnvironment environment = sandbox.environment();
-    environment.insert(QStringLiteral("VLAC_CHILD"), QStringLiteral("hold"));
-    environment.insert(QStringLiteral("FAKE_TOUCH_SLEEP"), QStringLiteral("30"));
-    child.setProcessEnvironment(environment);
-    child.setWorkingDirectory(sandbox.root());
-    const uint uid = *vltest::Sandbox::unprivilegedUid();
-    child.setChildProcessModifier([uid] {
-        if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0)
-            ::_exit(126);
-    });
-    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLAuthorizationChannelChild.Run")});
-    ASSERT_TRUE(child.waitForStarted());
+    vltest::ChildProcess child;
+    vltest::RunOptions options;
+    options.uid = vltest::Sandbox::unprivilegedUid();
+    options.extraEnv = {{QStringLiteral("VLAC_CHILD"), QStringLiteral("hold")}, {QStringLiteral("FAKE_TOUCH_SLEEP"), QStringLiteral("30")}};
+    ASSERT_TRUE(sandbox.start(child, QCoreApplication::applicationFilePath(),
+                              {QStringLiteral("--gtest_filter=VLAuthorizationChannelChild.Run")}, options));
     // The runner is waiting for the slow tool on the child's behalf.
-    ASSERT_EQ(waitForCalls(QStringLiteral("touch")).size(), 1) << child.readAllStandardError().toStdString();
+    ASSERT_EQ(waitForCalls(QStringLiteral("touch")).size(), 1) << child.standardError().toStdString();
     ASSERT_EQ(runners().size(), 1);
 
-    ::kill(pid_t(child.processId()), SIGKILL);
+    child.kill();
     ASSERT_TRUE(child.waitForFinished(10000));
     EXPECT_TRUE(runnersEnd()) << "the runner outlived its killed parent";
 }
