@@ -13,6 +13,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QThread>
 
@@ -59,9 +60,7 @@ protected:
     std::unique_ptr<vltest::ChildProcess> startHelper(bool silent) const
     {
         auto p = std::make_unique<vltest::ChildProcess>();
-        vltest::ChildOptions options;
-        options.environment = sb_.environment().toStringList();
-        return p->start(Sandbox::helperExecutable(), helperArgs(silent), options) ? std::move(p) : nullptr;
+        return sb_.start(*p, Sandbox::helperExecutable(), helperArgs(silent)) ? std::move(p) : nullptr;
     }
 
     QString infoVersion() const

@@ -11,6 +11,8 @@
 
 #include <sys/stat.h>
 
+extern char** environ;
+
 namespace vltest {
 
 namespace {
@@ -127,21 +129,23 @@ void Sandbox::useServer(const TestServer& server)
 
 void Sandbox::setEnv(const QString& name, const QString& value) { env_.insert(name, value); }
 
-QProcessEnvironment Sandbox::environment() const
+QMap<QString, QString> Sandbox::environment() const
 {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    // Neither the test's own settings nor its display reach the run.
-    for (const QString& key : env.keys())
-        if (key.startsWith(QLatin1String("VELMORA_")) || key.startsWith(QLatin1String("FAKE_"))
-            || key == QLatin1String("DISPLAY") || key == QLatin1String("WAYLAND_DISPLAY")
-            || key == QLatin1String("QT_QPA_PLATFORM"))
-            env.remove(key);
+    QMap<QString, QString> env;
+    for (char** entry = environ; *entry; ++entry) {
+        const QString text = QFile::decodeName(*entry);
+        const QString key = text.section(QLatin1Char('='), 0, 0);
+        // Neither the test's own settings nor its display reach the run.
+        if (!key.startsWith(QLatin1String("VELMORA_")) && !key.startsWith(QLatin1String("FAKE_"))
+            && key != QLatin1String("DISPLAY") && key != QLatin1String("WAYLAND_DISPLAY")
+            && key != QLatin1String("QT_QPA_PLATFORM"))
+            env.insert(key, text.section(QLatin1Char('='), 1));
+    }
     env.insert(QStringLiteral("HOME"), home());
     env.insert(QStringLiteral("TMPDIR"), tmp());
     env.insert(QStringLiteral("VELMORA_SYSROOT"), sysroot());
     env.insert(QStringLiteral("FAKE_TOOL_LOG"), toolLogPath());
-    for (auto it = env_.cbegin(); it != env_.cend(); ++it)
-        env.insert(it.key(), it.value());
+    env.insert(env_);
     return env;
 }
 

@@ -15,7 +15,6 @@
 #include <QByteArray>
 #include <QList>
 #include <QMap>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -111,7 +110,7 @@ public:
     void useServer(const TestServer& server); // VELMORA_UPDATE_SERVER, VELMORA_WEB_SITE (base + "/"), CA
     void setEnv(const QString& name, const QString& value);
 
-    QProcessEnvironment environment() const;
+    QMap<QString, QString> environment() const;
 
     // Runs a program to its end (or its time-out) in the sandbox's environment.
     RunResult run(const QString& program, const QStringList& args, const RunOptions& options = {}) const;

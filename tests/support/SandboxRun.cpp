@@ -85,13 +85,14 @@ RunResult Sandbox::runHelper(const QStringList& args, const RunOptions& options)
 
 bool Sandbox::start(ChildProcess& child, const QString& program, const QStringList& args, const RunOptions& options) const
 {
-    QProcessEnvironment env = environment();
-    for (auto it = options.extraEnv.cbegin(); it != options.extraEnv.cend(); ++it)
-        env.insert(it.key(), it.value());
+    QMap<QString, QString> env = environment();
+    env.insert(options.extraEnv);
     if (options.uid)
         env.insert(QStringLiteral("USER"), QStringLiteral("nobody"));
     ChildOptions childOptions;
-    childOptions.environment = env.toStringList();
+    childOptions.environment.emplace();
+    for (auto it = env.cbegin(); it != env.cend(); ++it)
+        *childOptions.environment << it.key() + QLatin1Char('=') + it.value();
     childOptions.workingDirectory = options.workingDirectory.isEmpty() ? root() : options.workingDirectory;
     childOptions.uid = options.uid;
     return child.start(program, args, childOptions);
