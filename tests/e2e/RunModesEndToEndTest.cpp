@@ -1,12 +1,18 @@
-// The entry point as vendor applications drive it, with no display: the command-line checks
-// of -install and what the client hears, and -checkpath with its global three-day throttle.
+// The entry point as vendor applications and the weekly job drive it, with no display: the
+// command-line checks of -install and what the client hears, -checkpath with its global
+// three-day throttle and the record it hands to the window, and -autocheck with its statuses
+// and the guard against running vendor network clients.
 #include "EndToEnd.h"
+
+#include "support/ChildProcess.h"
 
 #include <QDateTime>
 
 namespace {
 
 using vltest::RunResult;
+
+const QString kNoDisplay = QStringLiteral("there is no display to open the update window on; exiting with status 1.");
 
 class RunModes : public e2e::EndToEnd {
 protected:
@@ -76,6 +82,50 @@ TEST_F(RunModes, CheckpathUpToDateFailedAndThrottledForEveryApplication)
     const RunResult failed = checkpath(installSparkleApp("Broken", "feeds/none.xml"));
     EXPECT_EQ(failed.exitCode, 1) << failed.describe().toStdString();
     EXPECT_TRUE(server_.requestedPaths().contains("/feeds/none.xml"));
+}
+
+// An update found is stored for the window, which shows it at its start; without a display
+// the window says it cannot open and the run ends with status 1, the record kept for the
+// next start. The updater's own update comes before the application's.
+TEST_F(RunModes, CheckpathHandsTheUpdateFoundToTheWindow)
+{
+    const QString newer = appOffering("Newer", 200);
+    for (const int ownBuild : {200, 100}) {
+        SCOPED_TRACE(ownBuild);
+        QFile::remove(sb_.userPreferencesFile(e2e::kOwnId));
+        publishSelf(ownBuild);
+        const RunResult r = checkpath(newer);
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_TRUE(r.err().contains(kNoDisplay)) << r.describe().toStdString();
+        const QVariantMap handed = prefs().value("updateGroupDict").toMap();
+        EXPECT_EQ(handed.value("type").toString(), ownBuild == 200 ? "self" : "sparkle");
+        EXPECT_EQ(handed.value("bundleid").toString(), ownBuild == 200 ? e2e::kOwnId : "com.velmora.newer");
+        EXPECT_EQ(handed.value("newVersion").toInt(), 200);
+        EXPECT_TRUE(prefs().contains("lastUpdateCheck"));
+    }
+}
+
+// -autocheck ends with status 0 when nothing was found or a vendor network client runs;
+// otherwise it continues as the window, which without a display ends with status 1.
+TEST_F(RunModes, AutocheckContinuesAsTheWindowOnlyWithUpdatesAndNoClientRunning)
+{
+    publishSelf(100);
+    RunResult r = sb_.runUpdater({"-autocheck"});
+    EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
+    EXPECT_FALSE(r.err().contains(kNoDisplay));
+
+    publishSelf(200);
+    for (const QString client : {"Harrowlink", "Tessel"}) {
+        ASSERT_TRUE(QFile::copy("/bin/sleep", sb_.tmpPath(client)));
+        vltest::ChildProcess running;
+        ASSERT_TRUE(running.start(sb_.tmpPath(client), {"300"}));
+        r = sb_.runUpdater({"-autocheck"});
+        EXPECT_EQ(r.exitCode, 0) << client.toStdString() << r.describe().toStdString();
+        EXPECT_FALSE(r.err().contains(kNoDisplay)) << client.toStdString();
+    }
+    r = sb_.runUpdater({"-autocheck"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.err().contains(kNoDisplay)) << r.describe().toStdString();
 }
 
 } // namespace
