@@ -111,11 +111,14 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
         return false;
     }
     Wiring wiring;
+    // Standard output and error go to their file, to the null device, or through a pipe to us.
+    const auto output = [&](int stream, const QString& file) {
+        if (!file.isEmpty())
+            return wiring.fileFor(stream, file, O_WRONLY | O_CREAT | O_TRUNC);
+        return options.discardOutput ? wiring.fileFor(stream, QStringLiteral("/dev/null"), O_WRONLY) : wiring.pipeFor(stream);
+    };
     const bool wired = (options.keepInputOpen ? wiring.pipeFor(0) : wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY))
-        && (options.discardOutput ? wiring.fileFor(1, QStringLiteral("/dev/null"), O_WRONLY) : wiring.pipeFor(1))
-        && (!options.standardErrorFile.isEmpty() ? wiring.fileFor(2, options.standardErrorFile, O_WRONLY | O_CREAT | O_TRUNC)
-               : options.discardOutput ? wiring.fileFor(2, QStringLiteral("/dev/null"), O_WRONLY)
-                                       : wiring.pipeFor(2));
+        && output(1, options.standardOutputFile) && output(2, options.standardErrorFile);
     int status[2];
     if (!wired || ::pipe2(status, O_CLOEXEC) != 0) {
         for (int& fd : wiring.ours)

@@ -31,7 +31,8 @@ struct ChildOptions {
     QString workingDirectory;               // empty: the test's
     std::optional<uint> uid;                // run as this user id (group id = uid, no others)
     bool endsWithParent = false;            // SIGTERM when the starting thread ends
-    QString standardErrorFile;              // standard error to this file (truncated), not a pipe
+    QString standardOutputFile;             // standard output to this file (truncated), not a pipe
+    QString standardErrorFile;              // standard error likewise
     bool discardOutput = false;             // standard output and error to the null device
     bool keepInputOpen = false;             // standard input a pipe until closeInput(); else empty
 };
