@@ -101,7 +101,7 @@ protected:
     }
     // The updater's own preferences file, as a dictionary.
     QVariantMap prefs() const { return sb_.readPlist(sb_.userPreferencesFile(kOwnId)).value_or(QVariant()).toMap(); }
-    void setPrefs(const QVariantMap& values) { ASSERT_TRUE(sb_.writePlist(sb_.userPreferencesFile(kOwnId), values)); }
+    void setPrefs(const QVariantMap& values) { ASSERT_TRUE(sb_.writeUserDefaults(kOwnId, values)); }
 
     vltest::Sandbox sb_;
     vltest::TestServer server_;

@@ -110,6 +110,8 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
         error_ = QStringLiteral("already started");
         return false;
     }
+    // Writing to a child that has gone must fail, not end the test.
+    ::signal(SIGPIPE, SIG_IGN);
     Wiring wiring;
     // Standard output and error go to their file, to the null device, or through a pipe to us.
     const auto output = [&](int stream, const QString& file) {
@@ -117,7 +119,8 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
             return wiring.fileFor(stream, file, O_WRONLY | O_CREAT | O_TRUNC);
         return options.discardOutput ? wiring.fileFor(stream, QStringLiteral("/dev/null"), O_WRONLY) : wiring.pipeFor(stream);
     };
-    const bool wired = (options.keepInputOpen ? wiring.pipeFor(0) : wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY))
+    const bool inputPipe = options.keepInputOpen || !options.standardInput.isEmpty();
+    const bool wired = (inputPipe ? wiring.pipeFor(0) : wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY))
         && output(1, options.standardOutputFile) && output(2, options.standardErrorFile);
     int status[2];
     if (!wired || ::pipe2(status, O_CLOEXEC) != 0) {
@@ -145,6 +148,8 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
     }
     pid_ = pid;
     inFd_ = wiring.ours[0];
+    pendingInput_ = options.standardInput;
+    keepInputOpen_ = options.keepInputOpen;
     outFd_ = wiring.ours[1];
     errFd_ = wiring.ours[2];
     int childError = 0;
@@ -189,8 +194,10 @@ void ChildProcess::reap(bool block)
 
 bool ChildProcess::pump(int timeoutMs)
 {
-    pollfd fds[2];
+    pollfd fds[3];
     nfds_t count = 0;
+    if (inFd_ >= 0 && !pendingInput_.isEmpty())
+        fds[count++] = {inFd_, POLLOUT, 0};
     if (outFd_ >= 0)
         fds[count++] = {outFd_, POLLIN, 0};
     if (errFd_ >= 0)
@@ -202,6 +209,14 @@ bool ChildProcess::pump(int timeoutMs)
         if (fds[i].revents == 0)
             continue;
         progressed = true;
+        if (fds[i].fd == inFd_) {
+            const ssize_t n = ::write(inFd_, pendingInput_.constData(), size_t(pendingInput_.size()));
+            if (n > 0)
+                pendingInput_.remove(0, n);
+            if ((n < 0 && errno != EAGAIN && errno != EINTR) || (pendingInput_.isEmpty() && !keepInputOpen_))
+                closeFd(inFd_);
+            continue;
+        }
         int& fd = fds[i].fd == outFd_ ? outFd_ : errFd_;
         QByteArray& sink = fds[i].fd == outFd_ ? output_ : errorOutput_;
         char buffer[65536];

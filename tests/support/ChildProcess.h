@@ -34,7 +34,8 @@ struct ChildOptions {
     QString standardOutputFile;             // standard output to this file (truncated), not a pipe
     QString standardErrorFile;              // standard error likewise
     bool discardOutput = false;             // standard output and error to the null device
-    bool keepInputOpen = false;             // standard input a pipe until closeInput(); else empty
+    QByteArray standardInput;               // fed to standard input, which then ends...
+    bool keepInputOpen = false;             // ...unless this keeps it open until closeInput()
 };
 
 class ChildProcess {
@@ -56,7 +57,7 @@ public:
     int exitCode() const { return ended_ && signal_ == 0 ? exitCode_ : -1; }
     void terminate(); // SIGTERM while it runs
     void kill();      // SIGKILL while it runs
-    void closeInput(); // ends the standard input kept open (a child that reads it to its end)
+    void closeInput(); // ends standard input (a child that reads it to its end then ends too)
 
     // The next whole line of standard output (without its line break), waiting at most
     // timeoutMs; nothing when the time is up or the output ended first.
@@ -79,6 +80,8 @@ private:
     int inFd_ = -1;
     int outFd_ = -1;
     int errFd_ = -1;
+    QByteArray pendingInput_;
+    bool keepInputOpen_ = false;
     QByteArray output_;
     QByteArray errorOutput_;
     qsizetype lineStart_ = 0;

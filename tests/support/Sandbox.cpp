@@ -89,6 +89,11 @@ QString Sandbox::userPreferencesFile(const QString& domain) const
     return homePath(QStringLiteral("Library/Preferences/") + domain + QStringLiteral(".plist"));
 }
 
+bool Sandbox::writeUserDefaults(const QString& domain, const QVariantMap& values)
+{
+    return writePlist(userPreferencesFile(domain), values);
+}
+
 QString Sandbox::createBundle(const FakeBundle& bundle)
 {
     if (bundle.path.isEmpty())
@@ -129,9 +134,17 @@ void Sandbox::useServer(const TestServer& server)
 
 void Sandbox::setEnv(const QString& name, const QString& value) { env_.insert(name, value); }
 
-QMap<QString, QString> Sandbox::environment() const
+QStringList Environment::toStringList() const
 {
-    QMap<QString, QString> env;
+    QStringList entries;
+    for (auto it = cbegin(); it != cend(); ++it)
+        entries << it.key() + QLatin1Char('=') + it.value();
+    return entries;
+}
+
+Environment Sandbox::environment() const
+{
+    Environment env;
     for (char** entry = environ; *entry; ++entry) {
         const QString text = QFile::decodeName(*entry);
         const QString key = text.section(QLatin1Char('='), 0, 0);

@@ -40,6 +40,12 @@ struct FakeBundle {
     QByteArray executable;              // script text; default: a copy of /bin/sleep (run it with "300")
 };
 
+// The environment of runs, by name; toStringList() gives the "NAME=value" entries a
+// ChildProcess takes.
+struct Environment : QMap<QString, QString> {
+    QStringList toStringList() const;
+};
+
 struct RunOptions {
     int timeoutMs = 120000;          // killed after this; RunResult::timedOut
     std::optional<uint> uid;         // run as this unprivileged uid (and its gid = uid)
@@ -83,6 +89,7 @@ public:
     [[nodiscard]] static bool makeDir(const QString& path);
     // The user's preferences file of a domain: home/Library/Preferences/<domain>.plist.
     QString userPreferencesFile(const QString& domain) const;
+    [[nodiscard]] bool writeUserDefaults(const QString& domain, const QVariantMap& values);
 
     // Creates the bundle; returns its path, or "" on failure.
     QString createBundle(const FakeBundle& bundle);
@@ -110,7 +117,7 @@ public:
     void useServer(const TestServer& server); // VELMORA_UPDATE_SERVER, VELMORA_WEB_SITE (base + "/"), CA
     void setEnv(const QString& name, const QString& value);
 
-    QMap<QString, QString> environment() const;
+    Environment environment() const;
 
     // Runs a program to its end (or its time-out) in the sandbox's environment.
     RunResult run(const QString& program, const QStringList& args, const RunOptions& options = {}) const;

@@ -85,14 +85,12 @@ RunResult Sandbox::runHelper(const QStringList& args, const RunOptions& options)
 
 bool Sandbox::start(ChildProcess& child, const QString& program, const QStringList& args, const RunOptions& options) const
 {
-    QMap<QString, QString> env = environment();
+    Environment env = environment();
     env.insert(options.extraEnv);
     if (options.uid)
         env.insert(QStringLiteral("USER"), QStringLiteral("nobody"));
     ChildOptions childOptions;
-    childOptions.environment.emplace();
-    for (auto it = env.cbegin(); it != env.cend(); ++it)
-        *childOptions.environment << it.key() + QLatin1Char('=') + it.value();
+    childOptions.environment = env.toStringList();
     childOptions.workingDirectory = options.workingDirectory.isEmpty() ? root() : options.workingDirectory;
     childOptions.uid = options.uid;
     return child.start(program, args, childOptions);

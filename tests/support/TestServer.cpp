@@ -89,7 +89,7 @@ QList<ServedRequest> TestServer::requests() const
         const QJsonObject o = QJsonDocument::fromJson(line).object();
         if (!o.isEmpty())
             out.append({o.value(QStringLiteral("path")).toString(), o.value(QStringLiteral("target")).toString(),
-                        o.value(QStringLiteral("unexpected")).toBool()});
+                        o.value(QStringLiteral("unexpected")).toBool(), o});
     }
     return out;
 }

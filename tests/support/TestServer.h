@@ -36,6 +36,7 @@ struct ServedRequest {
     QString path;      // without the query
     QString target;    // as requested, with the query
     bool unexpected = false;
+    QJsonObject raw;   // the whole line (headers, client port...: see testserver.py)
 };
 
 class TestServer {
