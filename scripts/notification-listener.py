@@ -3,10 +3,12 @@
 
   notification-listener.py [--name VLTesselCallback | --socket PATH]
                            [--implements "incrementRemoteProgress postFinishedTask ..."]
-                           [--no-answer]
+                           [--no-answer | --silent] [--connections]
 
 The socket is $TMPDIR/<name> unless --socket gives a path. Prints "listening <path>" first,
 then one JSON line per message: {"message": name, "arguments": [...]}. Runs until killed.
+--no-answer never says "ok"; --silent does not even say what it implements (a stuck client).
+--connections also prints {"connected": true} for every client that connects.
 """
 
 import argparse
@@ -24,8 +26,9 @@ PRINT_LOCK = threading.Lock()
 
 def serve_client(conn, implemented, answer):
     with conn, conn.makefile("rwb") as stream:
-        stream.write(("implements %s\n" % implemented).encode())
-        stream.flush()
+        if implemented is not None:
+            stream.write(("implements %s\n" % implemented).encode())
+            stream.flush()
         for raw in stream:
             line = raw.decode("utf-8", "replace").rstrip("\n")
             name, _, args = line.partition(" ")
@@ -46,6 +49,8 @@ def main():
     p.add_argument("--socket")
     p.add_argument("--implements", default=ALL)
     p.add_argument("--no-answer", action="store_true")
+    p.add_argument("--silent", action="store_true")
+    p.add_argument("--connections", action="store_true")
     args = p.parse_args()
     path = args.socket or os.path.join(os.environ.get("TMPDIR") or tempfile.gettempdir(), args.name)
     if os.path.exists(path):
@@ -58,8 +63,12 @@ def main():
     try:
         while True:
             conn, _ = server.accept()
-            threading.Thread(target=serve_client, args=(conn, args.implements, not args.no_answer),
-                             daemon=True).start()
+            if args.connections:
+                with PRINT_LOCK:
+                    print(json.dumps({"connected": True}), flush=True)
+            implemented = None if args.silent else args.implements
+            answer = not (args.no_answer or args.silent)
+            threading.Thread(target=serve_client, args=(conn, implemented, answer), daemon=True).start()
     except KeyboardInterrupt:
         pass
     finally:

@@ -113,11 +113,15 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
     // Writing to a child that has gone must fail, not end the test.
     ::signal(SIGPIPE, SIG_IGN);
     Wiring wiring;
-    const bool wired = (options.standardInput.isEmpty() ? wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY) : wiring.pipeFor(0))
-        && (options.discardOutput ? wiring.fileFor(1, QStringLiteral("/dev/null"), O_WRONLY) : wiring.pipeFor(1))
-        && (!options.standardErrorFile.isEmpty() ? wiring.fileFor(2, options.standardErrorFile, O_WRONLY | O_CREAT | O_TRUNC)
-               : options.discardOutput ? wiring.fileFor(2, QStringLiteral("/dev/null"), O_WRONLY)
-                                       : wiring.pipeFor(2));
+    // Standard output and error go to their file, to the null device, or through a pipe to us.
+    const auto output = [&](int stream, const QString& file) {
+        if (!file.isEmpty())
+            return wiring.fileFor(stream, file, O_WRONLY | O_CREAT | O_TRUNC);
+        return options.discardOutput ? wiring.fileFor(stream, QStringLiteral("/dev/null"), O_WRONLY) : wiring.pipeFor(stream);
+    };
+    const bool inputPipe = options.keepInputOpen || !options.standardInput.isEmpty();
+    const bool wired = (inputPipe ? wiring.pipeFor(0) : wiring.fileFor(0, QStringLiteral("/dev/null"), O_RDONLY))
+        && output(1, options.standardOutputFile) && output(2, options.standardErrorFile);
     int status[2];
     if (!wired || ::pipe2(status, O_CLOEXEC) != 0) {
         for (int& fd : wiring.ours)
@@ -144,9 +148,10 @@ bool ChildProcess::start(const QString& program, const QStringList& arguments, c
     }
     pid_ = pid;
     inFd_ = wiring.ours[0];
+    pendingInput_ = options.standardInput;
+    keepInputOpen_ = options.keepInputOpen;
     outFd_ = wiring.ours[1];
     errFd_ = wiring.ours[2];
-    pendingInput_ = options.standardInput;
     int childError = 0;
     ssize_t n;
     do {
@@ -191,7 +196,7 @@ bool ChildProcess::pump(int timeoutMs)
 {
     pollfd fds[3];
     nfds_t count = 0;
-    if (inFd_ >= 0)
+    if (inFd_ >= 0 && !pendingInput_.isEmpty())
         fds[count++] = {inFd_, POLLOUT, 0};
     if (outFd_ >= 0)
         fds[count++] = {outFd_, POLLIN, 0};
@@ -208,7 +213,7 @@ bool ChildProcess::pump(int timeoutMs)
             const ssize_t n = ::write(inFd_, pendingInput_.constData(), size_t(pendingInput_.size()));
             if (n > 0)
                 pendingInput_.remove(0, n);
-            if ((n < 0 && errno != EAGAIN && errno != EINTR) || pendingInput_.isEmpty())
+            if ((n < 0 && errno != EAGAIN && errno != EINTR) || (pendingInput_.isEmpty() && !keepInputOpen_))
                 closeFd(inFd_);
             continue;
         }
@@ -260,11 +265,6 @@ std::optional<QByteArray> ChildProcess::readLine(int timeoutMs)
     return line;
 }
 
-bool ChildProcess::waitForOutput(const std::function<bool(const QByteArray&)>& enough, int timeoutMs)
-{
-    return waitUntil([&] { return enough(output_); }, timeoutMs);
-}
-
 bool ChildProcess::waitUntil(const std::function<bool()>& done, int timeoutMs)
 {
     const QDeadlineTimer deadline(timeoutMs);
@@ -289,6 +289,8 @@ void ChildProcess::kill()
     if (isRunning())
         ::kill(pid_, SIGKILL);
 }
+
+void ChildProcess::closeInput() { closeFd(inFd_); }
 
 bool runToSuccess(const QString& program, const QStringList& arguments, int timeoutMs)
 {

@@ -31,9 +31,11 @@ struct ChildOptions {
     QString workingDirectory;               // empty: the test's
     std::optional<uint> uid;                // run as this user id (group id = uid, no others)
     bool endsWithParent = false;            // SIGTERM when the starting thread ends
-    QString standardErrorFile;              // standard error to this file (truncated), not a pipe
+    QString standardOutputFile;             // standard output to this file (truncated), not a pipe
+    QString standardErrorFile;              // standard error likewise
     bool discardOutput = false;             // standard output and error to the null device
-    QByteArray standardInput;               // fed to standard input, which then ends
+    QByteArray standardInput;               // fed to standard input, which then ends...
+    bool keepInputOpen = false;             // ...unless this keeps it open until closeInput()
 };
 
 class ChildProcess {
@@ -55,13 +57,11 @@ public:
     int exitCode() const { return ended_ && signal_ == 0 ? exitCode_ : -1; }
     void terminate(); // SIGTERM while it runs
     void kill();      // SIGKILL while it runs
+    void closeInput(); // ends standard input (a child that reads it to its end then ends too)
 
     // The next whole line of standard output (without its line break), waiting at most
     // timeoutMs; nothing when the time is up or the output ended first.
     std::optional<QByteArray> readLine(int timeoutMs);
-    // Waits until `enough` accepts the standard output so far, the output ends or the time is
-    // up; returns what `enough` said last.
-    bool waitForOutput(const std::function<bool(const QByteArray&)>& enough, int timeoutMs);
     QByteArray standardOutput() const { return output_; }
     QByteArray standardError() const { return errorOutput_; }
 
@@ -81,6 +81,7 @@ private:
     int outFd_ = -1;
     int errFd_ = -1;
     QByteArray pendingInput_;
+    bool keepInputOpen_ = false;
     QByteArray output_;
     QByteArray errorOutput_;
     qsizetype lineStart_ = 0;

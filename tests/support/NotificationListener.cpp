@@ -1,69 +1,28 @@
 #include "support/NotificationListener.h"
+#include "support/ChildProcess.h"
+#include "support/Sandbox.h"
 
-#include <QEventLoop>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
-#include <QLocalServer>
-#include <QLocalSocket>
-
-#include <chrono>
+#include <QJsonObject>
+#include <QThread>
 
 namespace vltest {
-
-// Lives on the listener's thread: owns the server and its connections.
-class NotificationListener::Worker : public QObject {
-public:
-    explicit Worker(NotificationListener& owner) : owner_(owner) {}
-
-    bool listen()
-    {
-        QLocalServer::removeServer(owner_.socketPath_);
-        server_ = new QLocalServer(this);
-        // Runs under an unprivileged uid must be able to reach a listener the test made as root.
-        server_->setSocketOptions(QLocalServer::WorldAccessOption);
-        if (!server_->listen(owner_.socketPath_))
-            return false;
-        connect(server_, &QLocalServer::newConnection, this, &Worker::accept);
-        return true;
-    }
-
-private:
-    void accept()
-    {
-        while (QLocalSocket* socket = server_->nextPendingConnection()) {
-            owner_.countConnection();
-            socket->setParent(this);
-            connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-            connect(socket, &QLocalSocket::readyRead, this, [this, socket] { read(socket); });
-            if (owner_.behaviour_ != Behaviour::Silent)
-                socket->write("implements " + owner_.implemented_.join(QLatin1Char(' ')).toUtf8() + '\n');
-        }
-    }
-
-    void read(QLocalSocket* socket)
-    {
-        while (socket->canReadLine()) {
-            const QByteArray line = socket->readLine().trimmed();
-            const qsizetype space = line.indexOf(' ');
-            ReceivedNotification message;
-            message.name = QString::fromUtf8(space < 0 ? line : line.left(space));
-            if (space >= 0)
-                message.arguments = QJsonDocument::fromJson(line.mid(space + 1)).array();
-            owner_.record(message);
-            if (owner_.behaviour_ == Behaviour::Answer)
-                socket->write("ok\n");
-        }
-    }
-
-    NotificationListener& owner_;
-    QLocalServer* server_ = nullptr; // child of this
-};
 
 NotificationListener::NotificationListener(QString socketPath, QStringList implemented, Behaviour behaviour)
     : socketPath_(std::move(socketPath)), implemented_(std::move(implemented)), behaviour_(behaviour)
 {
 }
 
-NotificationListener::~NotificationListener() { stop(); }
+NotificationListener::~NotificationListener()
+{
+    if (!process_)
+        return;
+    process_.reset(); // kills the script, which leaves its socket behind
+    QFile::remove(socketPath_);
+}
 
 QStringList NotificationListener::allMessages()
 {
@@ -75,65 +34,43 @@ QStringList NotificationListener::allMessages()
 
 bool NotificationListener::start()
 {
-    if (thread_)
-        return true;
-    thread_.reset(QThread::create([this] { serve(); }));
-    thread_->start();
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return listening_.has_value(); });
-    const bool ok = *listening_;
-    lock.unlock();
-    if (!ok)
-        stop();
-    return ok;
-}
-
-void NotificationListener::serve()
-{
-    // The worker and its sockets are made, used and destroyed on this thread.
-    Worker worker(*this);
-    const bool ok = worker.listen();
-    {
-        std::lock_guard lock(mutex_);
-        listening_ = ok;
+    if (!socketPath_.contains(QLatin1Char('/')))
+        socketPath_ = QDir::tempPath() + QLatin1Char('/') + socketPath_;
+    QStringList args{QStringLiteral(VELMORA_SOURCE_DIR "/scripts/notification-listener.py"), QStringLiteral("--socket"), socketPath_,
+                     QStringLiteral("--implements"), implemented_.join(QLatin1Char(' ')), QStringLiteral("--connections")};
+    if (behaviour_ != Behaviour::Answer)
+        args << (behaviour_ == Behaviour::Silent ? QStringLiteral("--silent") : QStringLiteral("--no-answer"));
+    process_ = std::make_unique<ChildProcess>();
+    if (!dir_.isValid() || !process_->start(QStringLiteral("/usr/bin/python3"), args,
+                                            {.standardOutputFile = dir_.filePath(QStringLiteral("report")), .discardOutput = true}))
+        return false;
+    const QDeadlineTimer guard(10000);
+    while (!Sandbox::readFile(dir_.filePath(QStringLiteral("report"))).startsWith("listening ")) {
+        if (guard.hasExpired() || !process_->isRunning())
+            return false;
+        QThread::msleep(5);
     }
-    changed_.notify_all();
-    // Until stop() quits this thread's event loops (a quit that comes first ends it at once).
-    QEventLoop loop;
-    if (ok)
-        loop.exec();
+    return true;
 }
 
-void NotificationListener::stop()
+int NotificationListener::read(QList<ReceivedNotification>* messages) const
 {
-    if (!thread_)
-        return;
-    thread_->quit();
-    thread_->wait();
-    thread_.reset();
-    std::lock_guard lock(mutex_);
-    listening_.reset();
-}
-
-void NotificationListener::record(const ReceivedNotification& message)
-{
-    {
-        std::lock_guard lock(mutex_);
-        messages_.append(message);
+    int connections = 0;
+    for (const QByteArray& line : Sandbox::readFile(dir_.filePath(QStringLiteral("report"))).split('\n')) {
+        const QJsonObject report = QJsonDocument::fromJson(line).object();
+        if (report.contains(QStringLiteral("connected")))
+            ++connections;
+        else if (report.contains(QStringLiteral("message")) && messages)
+            messages->append({report.value(QStringLiteral("message")).toString(), report.value(QStringLiteral("arguments")).toArray()});
     }
-    changed_.notify_all();
-}
-
-void NotificationListener::countConnection()
-{
-    std::lock_guard lock(mutex_);
-    ++connections_;
+    return connections;
 }
 
 QList<ReceivedNotification> NotificationListener::messages() const
 {
-    std::lock_guard lock(mutex_);
-    return messages_;
+    QList<ReceivedNotification> messages;
+    read(&messages);
+    return messages;
 }
 
 QStringList NotificationListener::messageNames() const
@@ -144,16 +81,17 @@ QStringList NotificationListener::messageNames() const
     return names;
 }
 
-int NotificationListener::connectionCount() const
-{
-    std::lock_guard lock(mutex_);
-    return connections_;
-}
+int NotificationListener::connectionCount() const { return read(nullptr); }
 
 bool NotificationListener::waitForMessages(int count, int timeoutMs) const
 {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return messages_.size() >= count; });
+    const QDeadlineTimer guard(timeoutMs);
+    while (messages().size() < count) {
+        if (guard.hasExpired())
+            return false;
+        QThread::msleep(10);
+    }
+    return true;
 }
 
 } // namespace vltest

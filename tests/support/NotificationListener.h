@@ -1,25 +1,25 @@
 #pragma once
 // NotificationListener: stands in for the vendor client application that receives progress
-// notifications (protocol in docs/notifications.md). Listens on a local socket on a thread of
-// its own, so the thread that posts (often the test's own) may block on the round trip.
+// notifications (protocol in docs/notifications.md). It runs scripts/notification-listener.py,
+// the listener the demo uses too, as a child process that reports each connection and message
+// as a JSON line into a file, and reads that file back.
 //
-// Lifecycle: construct, start(), let the code under test post, read messages(), and destroy
-// (or stop()). Members may be called from any thread; messages are recorded in arrival order.
-// The listener's thread makes its own server and reports back through std locks (Qt's
-// locks and queues are invisible to the thread checker; see WorkerPool.h).
+// Lifecycle: construct, start(), let the code under test post, read messages(); the listener
+// and its socket go with this object. The script answers on its own, so the thread that posts
+// (often the test's own) may block on the round trip. start() on one thread; the reading
+// members from any thread.
 
 #include <QJsonArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
-#include <QThread>
+#include <QTemporaryDir>
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-#include <optional>
 
 namespace vltest {
+
+class ChildProcess;
 
 struct ReceivedNotification {
     QString name;        // e.g. "postErrorString:userInfo:"
@@ -29,13 +29,13 @@ struct ReceivedNotification {
 class NotificationListener {
 public:
     enum class Behaviour {
-        Answer,           // "implements ..." line, then "ok" after each message
-        NeverAnswer,      // "implements ..." line, records the message, never says "ok"
-        Silent,           // accepts the connection and never writes anything
+        Answer,      // "implements ..." line, then "ok" after each message
+        NeverAnswer, // "implements ..." line, records the message, never says "ok"
+        Silent,      // accepts the connection and never writes anything
     };
 
     // `socketPath`: a full path (e.g. sandbox.tmpPath("VLTesselCallback")) or a bare name,
-    // which Qt resolves in QDir::tempPath() at start().
+    // which is resolved in QDir::tempPath() at start().
     explicit NotificationListener(QString socketPath, QStringList implemented = allMessages(),
                                   Behaviour behaviour = Behaviour::Answer);
     ~NotificationListener();
@@ -45,8 +45,8 @@ public:
     // Every message the client side can implement.
     static QStringList allMessages();
 
+    // False when the listener did not come up within 10 seconds.
     [[nodiscard]] bool start();
-    void stop();
 
     QList<ReceivedNotification> messages() const;
     QStringList messageNames() const;
@@ -55,22 +55,14 @@ public:
     [[nodiscard]] bool waitForMessages(int count, int timeoutMs = 10000) const;
 
 private:
-    class Worker;
-    friend class Worker;
-    void record(const ReceivedNotification& message);
-    void countConnection();
+    // The report so far: connections counted, messages in arrival order.
+    int read(QList<ReceivedNotification>* messages) const;
 
-    const QString socketPath_;
+    QString socketPath_; // resolved by start()
     const QStringList implemented_;
     const Behaviour behaviour_;
-    void serve(); // the listener thread's body
-
-    std::unique_ptr<QThread> thread_;
-    mutable std::mutex mutex_;
-    mutable std::condition_variable changed_;
-    std::optional<bool> listening_; // set by the listener thread once it tried
-    QList<ReceivedNotification> messages_;
-    int connections_ = 0;
+    QTemporaryDir dir_; // the report file
+    std::unique_ptr<ChildProcess> process_;
 };
 
 } // namespace vltest

@@ -11,6 +11,8 @@
 
 #include <sys/stat.h>
 
+extern char** environ;
+
 namespace vltest {
 
 namespace {
@@ -34,7 +36,9 @@ Sandbox::Sandbox(const QString& osVersion) : dir_(std::make_unique<QTemporaryDir
     ::chmod(QFile::encodeName(dir_->path()).constData(), 0755);
     for (const char* folder : kLayout)
         QDir().mkpath(root() + QLatin1Char('/') + QLatin1String(folder));
-    if (!setOSVersion(osVersion))
+    if (!writePlist(sysPath(QStringLiteral("/System/Library/CoreServices/SystemVersion.plist")),
+                    QVariantMap{{QStringLiteral("ProductName"), QStringLiteral("macOS")},
+                                {QStringLiteral("ProductVersion"), osVersion}}))
         qWarning("sandbox: could not write SystemVersion.plist");
 }
 
@@ -55,13 +59,6 @@ QString Sandbox::sysPath(const QString& absolutePath) const { return sysroot() +
 QString Sandbox::homePath(const QString& relativePath) const { return home() + QLatin1Char('/') + relativePath; }
 QString Sandbox::tmpPath(const QString& relativePath) const { return tmp() + QLatin1Char('/') + relativePath; }
 
-bool Sandbox::setOSVersion(const QString& version)
-{
-    return writePlist(sysPath(QStringLiteral("/System/Library/CoreServices/SystemVersion.plist")),
-                      QVariantMap{{QStringLiteral("ProductName"), QStringLiteral("macOS")},
-                                  {QStringLiteral("ProductVersion"), version}});
-}
-
 bool Sandbox::makeDir(const QString& path) { return QDir().mkpath(path); }
 
 bool Sandbox::writeFile(const QString& path, const QByteArray& data, bool executable)
@@ -77,15 +74,15 @@ bool Sandbox::writeFile(const QString& path, const QByteArray& data, bool execut
     return true;
 }
 
-bool Sandbox::writePlist(const QString& path, const QVariant& value)
+bool Sandbox::writePlist(const QString& path, const QVariant& value) { return writeFile(path, fixturePlistXml(value)); }
+
+QByteArray Sandbox::readFile(const QString& path)
 {
-    return writeFile(path, fixturePlistXml(value));
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-std::optional<QVariant> Sandbox::readPlist(const QString& path) const
-{
-    return plist::readFile(path);
-}
+std::optional<QVariant> Sandbox::readPlist(const QString& path) { return plist::readFile(path); }
 
 QString Sandbox::userPreferencesFile(const QString& domain) const
 {
@@ -101,29 +98,24 @@ QString Sandbox::createBundle(const FakeBundle& bundle)
 {
     if (bundle.path.isEmpty())
         return {};
-    QString name = bundle.name;
-    if (name.isEmpty())
-        name = QFileInfo(bundle.path).completeBaseName();
+    const QString name = bundle.name.isEmpty() ? QFileInfo(bundle.path).completeBaseName() : bundle.name;
     QVariantMap info{{QStringLiteral("CFBundleName"), name},
                      {QStringLiteral("CFBundleExecutable"), name},
                      {QStringLiteral("CFBundlePackageType"), QStringLiteral("APPL")}};
-    if (!bundle.identifier.isEmpty())
-        info.insert(QStringLiteral("CFBundleIdentifier"), bundle.identifier);
-    if (!bundle.version.isEmpty())
-        info.insert(QStringLiteral("CFBundleVersion"), bundle.version);
-    if (!bundle.shortVersion.isEmpty())
-        info.insert(QStringLiteral("CFBundleShortVersionString"), bundle.shortVersion);
-    for (auto it = bundle.extraInfo.cbegin(); it != bundle.extraInfo.cend(); ++it)
-        info.insert(it.key(), it.value());
+    const std::pair<const char*, QString> optional[] = {
+        {"CFBundleIdentifier", bundle.identifier}, {"CFBundleVersion", bundle.version},
+        {"CFBundleShortVersionString", bundle.shortVersion}};
+    for (const auto& [key, value] : optional)
+        if (!value.isEmpty())
+            info.insert(QLatin1String(key), value);
+    info.insert(bundle.extraInfo);
     const QString contents = bundle.path + QStringLiteral("/Contents");
     if (!writePlist(contents + QStringLiteral("/Info.plist"), info))
         return {};
-    if (bundle.updates) {
-        const QString where = bundle.updatesInResources ? QStringLiteral("/Resources/VLUpdates.plist")
-                                                      : QStringLiteral("/VLUpdates.plist");
-        if (!writePlist(contents + where, *bundle.updates))
-            return {};
-    }
+    const QString descriptor = contents + (bundle.updatesInResources ? QStringLiteral("/Resources") : QString())
+        + QStringLiteral("/VLUpdates.plist");
+    if (bundle.updates && !writePlist(descriptor, *bundle.updates))
+        return {};
     const QString exe = contents + QStringLiteral("/MacOS/") + name;
     if (!bundle.executable.isEmpty())
         return writeFile(exe, bundle.executable, true) ? bundle.path : QString();
@@ -142,20 +134,31 @@ void Sandbox::useServer(const TestServer& server)
 
 void Sandbox::setEnv(const QString& name, const QString& value) { env_.insert(name, value); }
 
-QProcessEnvironment Sandbox::environment() const
+QStringList Environment::toStringList() const
 {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    // The test's own settings must not leak into the run.
-    for (const QString& key : env.keys())
-        if (key.startsWith(QLatin1String("VELMORA_")) || key.startsWith(QLatin1String("FAKE_")))
-            env.remove(key);
+    QStringList entries;
+    for (auto it = cbegin(); it != cend(); ++it)
+        entries << it.key() + QLatin1Char('=') + it.value();
+    return entries;
+}
+
+Environment Sandbox::environment() const
+{
+    Environment env;
+    for (char** entry = environ; *entry; ++entry) {
+        const QString text = QFile::decodeName(*entry);
+        const QString key = text.section(QLatin1Char('='), 0, 0);
+        // Neither the test's own settings nor its display reach the run.
+        if (!key.startsWith(QLatin1String("VELMORA_")) && !key.startsWith(QLatin1String("FAKE_"))
+            && key != QLatin1String("DISPLAY") && key != QLatin1String("WAYLAND_DISPLAY")
+            && key != QLatin1String("QT_QPA_PLATFORM"))
+            env.insert(key, text.section(QLatin1Char('='), 1));
+    }
     env.insert(QStringLiteral("HOME"), home());
     env.insert(QStringLiteral("TMPDIR"), tmp());
     env.insert(QStringLiteral("VELMORA_SYSROOT"), sysroot());
     env.insert(QStringLiteral("FAKE_TOOL_LOG"), toolLogPath());
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    for (auto it = env_.cbegin(); it != env_.cend(); ++it)
-        env.insert(it.key(), it.value());
+    env.insert(env_);
     return env;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-// Sandbox: a fresh temporary tree that looks like a Mac for one end-to-end test, and the
-// runner of the built executables inside it.
+// Sandbox: a fresh temporary tree that looks like a Mac for one test, the runner of programs
+// (the built executables among them) inside it, and the tests' file helpers.
 //
 //   <root>/home      HOME (with Library/Preferences, Library/Logs, Desktop, .Trash)
 //   <root>/tmp       TMPDIR (local sockets of notification listeners live here too)
@@ -9,13 +9,12 @@
 //
 // Lifecycle: one per test; the destructor removes the tree unless VELMORA_KEEP_SANDBOX is set
 // in the test's environment (the path is then printed). One thread at a time.
-// The test's own process environment is never changed; environment() is what runs get.
+// The test's own process environment is never changed; environment() is what runs get, and it
+// has no display, so a run that would open a window says so and ends instead.
 
 #include <QByteArray>
-#include <QJsonObject>
 #include <QList>
 #include <QMap>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -25,6 +24,7 @@
 
 namespace vltest {
 
+class ChildProcess;
 class TestServer;
 
 // A fake vendor bundle: Contents/Info.plist, optional VLUpdates.plist, Contents/MacOS/<exe>.
@@ -40,18 +40,21 @@ struct FakeBundle {
     QByteArray executable;              // script text; default: a copy of /bin/sleep (run it with "300")
 };
 
+// The environment of runs, by name; toStringList() gives the "NAME=value" entries a
+// ChildProcess takes.
+struct Environment : QMap<QString, QString> {
+    QStringList toStringList() const;
+};
+
 struct RunOptions {
-    int timeoutMs = 120000;                  // killed after this; RunResult::timedOut
-    std::optional<uint> uid;                 // run as this unprivileged uid (and its gid = uid)
-    QMap<QString, QString> extraEnv;         // added to / overriding environment()
-    QStringList unsetEnv;                    // removed from the environment
-    QString workingDirectory;                // default: the sandbox root
-    QByteArray stdinData;
+    int timeoutMs = 120000;          // killed after this; RunResult::timedOut
+    std::optional<uint> uid;         // run as this unprivileged uid (and its gid = uid)
+    QMap<QString, QString> extraEnv; // added to / overriding environment()
+    QString workingDirectory;        // default: the sandbox root
 };
 
 struct RunResult {
-    int exitCode = -1;       // -1 when the process crashed, timed out or did not start
-    bool started = false;
+    int exitCode = -1; // -1 when the process crashed, timed out or did not start
     bool timedOut = false;
     bool crashed = false;
     QByteArray stdoutData;
@@ -64,7 +67,7 @@ struct RunResult {
 
 class Sandbox {
 public:
-    explicit Sandbox(const QString& osVersion = QStringLiteral("13.4.1"));
+    explicit Sandbox(const QString& osVersion = QStringLiteral("13.4.1")); // SystemVersion.plist
     ~Sandbox();
     Sandbox(const Sandbox&) = delete;
     Sandbox& operator=(const Sandbox&) = delete;
@@ -78,15 +81,12 @@ public:
     QString homePath(const QString& relativePath) const; // home() + "/" + relative
     QString tmpPath(const QString& relativePath) const;
 
-    // Rewrites SystemVersion.plist (ProductVersion).
-    [[nodiscard]] bool setOSVersion(const QString& version);
-
-    // Files. Parent folders are created. XML property lists.
-    [[nodiscard]] bool writeFile(const QString& path, const QByteArray& data, bool executable = false);
-    [[nodiscard]] bool writePlist(const QString& path, const QVariant& value);
-    std::optional<QVariant> readPlist(const QString& path) const;
-    [[nodiscard]] bool makeDir(const QString& path);
-
+    // Files, for any test: parent folders are created; property lists are XML.
+    [[nodiscard]] static bool writeFile(const QString& path, const QByteArray& data, bool executable = false);
+    [[nodiscard]] static bool writePlist(const QString& path, const QVariant& value);
+    static QByteArray readFile(const QString& path); // empty when unreadable
+    static std::optional<QVariant> readPlist(const QString& path);
+    [[nodiscard]] static bool makeDir(const QString& path);
     // The user's preferences file of a domain: home/Library/Preferences/<domain>.plist.
     QString userPreferencesFile(const QString& domain) const;
     [[nodiscard]] bool writeUserDefaults(const QString& domain, const QVariantMap& values);
@@ -117,15 +117,17 @@ public:
     void useServer(const TestServer& server); // VELMORA_UPDATE_SERVER, VELMORA_WEB_SITE (base + "/"), CA
     void setEnv(const QString& name, const QString& value);
 
-    QProcessEnvironment environment() const;
+    Environment environment() const;
 
-    // Runs the built updater (VELMORA_UPDATER_BUNDLE/Contents/MacOS/SoftwareUpdate).
-    RunResult runUpdater(const QStringList& args, const RunOptions& options = {}) const;
-    // Runs the built helper (VELMORA_HELPER_BUNDLE/Contents/MacOS/SoftwareUpdateHelper).
-    RunResult runHelper(const QStringList& args, const RunOptions& options = {}) const;
+    // Runs a program to its end (or its time-out) in the sandbox's environment.
     RunResult run(const QString& program, const QStringList& args, const RunOptions& options = {}) const;
-    static QString updaterExecutable();
+    // The built updater (VELMORA_UPDATER_BUNDLE/Contents/MacOS/SoftwareUpdate) and helper.
+    RunResult runUpdater(const QStringList& args, const RunOptions& options = {}) const;
+    RunResult runHelper(const QStringList& args, const RunOptions& options = {}) const;
     static QString helperExecutable();
+    // Starts a program as run() would and leaves it running in `child` (time-out not used).
+    [[nodiscard]] bool start(ChildProcess& child, const QString& program, const QStringList& args,
+                             const RunOptions& options = {}) const;
 
     // Hands the home and tmp trees to `uid` so an unprivileged run can write there.
     [[nodiscard]] bool giveHomeTo(uint uid);

@@ -1,6 +1,6 @@
-// Sandbox: running the built executables, fake tools, test archives and ownership.
-#include "support/Sandbox.h"
+// Sandbox: running programs, fake tools, test archives and ownership.
 #include "support/ChildProcess.h"
+#include "support/Sandbox.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -11,7 +11,6 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 
-#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,20 +29,20 @@ const char* const kToolPaths[] = {
 // Tools that are the machine's own, linked into the system root: archives are real zip files.
 const char* const kRealToolPaths[] = {"/usr/bin/zip", "/usr/bin/unzip"};
 
-// Writes `files` (relative path -> data) under `folder`.
-bool writeTree(const QString& folder, const QMap<QString, QByteArray>& files)
+// A tar of `files` (relative path -> data) under `top` in `archivePath`.
+bool makeTar(const QString& archivePath, const QString& top, const QMap<QString, QByteArray>& files)
 {
+    QTemporaryDir staging;
+    if (!staging.isValid())
+        return false;
     for (auto it = files.cbegin(); it != files.cend(); ++it) {
-        const QString path = folder + QLatin1Char('/') + it.key();
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile f(path);
-        if (!f.open(QIODevice::WriteOnly) || f.write(it.value()) != it.value().size())
-            return false;
         // Files under MacOS/ are executables in every bundle the tests build.
-        if (it.key().contains(QLatin1String("/MacOS/")))
-            f.setPermissions(f.permissions() | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
+        if (!Sandbox::writeFile(staging.filePath(top + QLatin1Char('/') + it.key()), it.value(),
+                                it.key().contains(QLatin1String("/MacOS/"))))
+            return false;
     }
-    return true;
+    QDir().mkpath(QFileInfo(archivePath).absolutePath());
+    return runToSuccess(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"), archivePath, top});
 }
 
 bool chownTree(const QString& path, uint uid)
@@ -69,11 +68,6 @@ QString RunResult::describe() const
         .arg(out(), err());
 }
 
-QString Sandbox::updaterExecutable()
-{
-    return QStringLiteral(VELMORA_UPDATER_BUNDLE "/Contents/MacOS/SoftwareUpdate");
-}
-
 QString Sandbox::helperExecutable()
 {
     return QStringLiteral(VELMORA_HELPER_BUNDLE "/Contents/MacOS/SoftwareUpdateHelper");
@@ -81,7 +75,7 @@ QString Sandbox::helperExecutable()
 
 RunResult Sandbox::runUpdater(const QStringList& args, const RunOptions& options) const
 {
-    return run(updaterExecutable(), args, options);
+    return run(QStringLiteral(VELMORA_UPDATER_BUNDLE "/Contents/MacOS/SoftwareUpdate"), args, options);
 }
 
 RunResult Sandbox::runHelper(const QStringList& args, const RunOptions& options) const
@@ -89,30 +83,29 @@ RunResult Sandbox::runHelper(const QStringList& args, const RunOptions& options)
     return run(helperExecutable(), args, options);
 }
 
-RunResult Sandbox::run(const QString& program, const QStringList& args, const RunOptions& options) const
+bool Sandbox::start(ChildProcess& child, const QString& program, const QStringList& args, const RunOptions& options) const
 {
-    QProcessEnvironment env = environment();
-    for (const QString& key : options.unsetEnv)
-        env.remove(key);
-    for (auto it = options.extraEnv.cbegin(); it != options.extraEnv.cend(); ++it)
-        env.insert(it.key(), it.value());
+    Environment env = environment();
+    env.insert(options.extraEnv);
     if (options.uid)
         env.insert(QStringLiteral("USER"), QStringLiteral("nobody"));
+    ChildOptions childOptions;
+    childOptions.environment = env.toStringList();
+    childOptions.workingDirectory = options.workingDirectory.isEmpty() ? root() : options.workingDirectory;
+    childOptions.uid = options.uid;
+    return child.start(program, args, childOptions);
+}
 
-    ChildOptions child;
-    child.environment = env.toStringList();
-    child.workingDirectory = options.workingDirectory.isEmpty() ? root() : options.workingDirectory;
-    child.uid = options.uid;
-    child.standardInput = options.stdinData;
+RunResult Sandbox::run(const QString& program, const QStringList& args, const RunOptions& options) const
+{
     RunResult result;
     ChildProcess p;
-    if (!p.start(program, args, child)) {
+    if (!start(p, program, args, options)) {
         result.stderrData = p.errorString().toUtf8();
         return result;
     }
-    result.started = true;
-    if (!p.waitForFinished(options.timeoutMs)) {
-        result.timedOut = true;
+    result.timedOut = !p.waitForFinished(options.timeoutMs);
+    if (result.timedOut) {
         p.kill();
         (void)p.waitForFinished(5000);
     }
@@ -132,10 +125,8 @@ bool Sandbox::installFakeTools()
         QDir().mkpath(QFileInfo(target).absolutePath());
         QFile::remove(target);
         // A copy, not a link: the tool is named after the path it is run as.
-        if (!QFile::copy(script, target))
+        if (!QFile::copy(script, target) || ::chmod(QFile::encodeName(target).constData(), 0755) != 0)
             return false;
-        QFile(target).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
-                                     | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
     }
     for (const char* tool : kRealToolPaths) {
         const QString target = sysPath(QLatin1String(tool));
@@ -144,22 +135,14 @@ bool Sandbox::installFakeTools()
             return false;
     }
     // Unprivileged runs record their calls and attach volumes too.
-    QFile log(toolLogPath());
-    if (!log.open(QIODevice::Append))
-        return false;
-    log.close();
-    ::chmod(QFile::encodeName(toolLogPath()).constData(), 0666);
-    ::chmod(QFile::encodeName(sysPath(QStringLiteral("/Volumes"))).constData(), 01777);
-    return true;
+    return writeFile(toolLogPath(), {}) && ::chmod(QFile::encodeName(toolLogPath()).constData(), 0666) == 0
+        && ::chmod(QFile::encodeName(sysPath(QStringLiteral("/Volumes"))).constData(), 01777) == 0;
 }
 
 QList<QStringList> Sandbox::toolCalls(const QString& tool) const
 {
     QList<QStringList> calls;
-    QFile f(toolLogPath());
-    if (!f.open(QIODevice::ReadOnly))
-        return calls;
-    for (const QByteArray& line : f.readAll().split('\n')) {
+    for (const QByteArray& line : readFile(toolLogPath()).split('\n')) {
         const QJsonObject o = QJsonDocument::fromJson(line).object();
         if (o.isEmpty() || (!tool.isEmpty() && o.value(QStringLiteral("tool")).toString() != tool))
             continue;
@@ -171,31 +154,17 @@ QList<QStringList> Sandbox::toolCalls(const QString& tool) const
     return calls;
 }
 
-bool Sandbox::makeDiskImage(const QString& archivePath, const QString& volumeName,
-                            const QMap<QString, QByteArray>& files)
+bool Sandbox::makeDiskImage(const QString& archivePath, const QString& volumeName, const QMap<QString, QByteArray>& files)
 {
-    QTemporaryDir staging;
-    if (!staging.isValid() || !writeTree(staging.path() + QLatin1Char('/') + volumeName, files))
-        return false;
-    QDir().mkpath(QFileInfo(archivePath).absolutePath());
-    return runToSuccess(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"),
-                                                archivePath, volumeName});
+    return makeTar(archivePath, volumeName, files);
 }
 
 bool Sandbox::makePackage(const QString& packagePath, const QMap<QString, QByteArray>& payloadFiles)
 {
-    QTemporaryDir staging;
-    if (!staging.isValid() || !writeTree(staging.path() + QStringLiteral("/payload"), payloadFiles))
-        return false;
-    QDir().mkpath(QFileInfo(packagePath).absolutePath());
-    return runToSuccess(QStringLiteral("/bin/tar"), {QStringLiteral("-C"), staging.path(), QStringLiteral("-cf"),
-                                                packagePath, QStringLiteral("payload")});
+    return makeTar(packagePath, QStringLiteral("payload"), payloadFiles);
 }
 
-bool Sandbox::giveHomeTo(uint uid)
-{
-    return chownTree(home(), uid) && chownTree(tmp(), uid);
-}
+bool Sandbox::giveHomeTo(uint uid) { return chownTree(home(), uid) && chownTree(tmp(), uid); }
 
 std::optional<uint> Sandbox::unprivilegedUid()
 {

@@ -2,8 +2,8 @@
 // TestServer: runs scripts/testserver.py (a local HTTPS server on 127.0.0.1) for one test.
 //
 // Lifecycle: construct, optionally write routes, start(), use baseUrl()/caFile(), read the
-// request log, stop() (or let the destructor stop it). The server process, its certificates
-// and its log live in a private temporary folder removed on destruction.
+// request log; the destructor stops it. The server process, its certificates and its log live
+// in a private temporary folder removed on destruction.
 // One thread at a time (the test's thread).
 //
 // Routes are a JSON object {"<path or glob>": {behaviour...}}; see the head of
@@ -29,19 +29,14 @@ class ChildProcess;
 struct TestServerOptions {
     QString root;               // folder served; empty: the server's own empty folder
     bool strict = true;         // unexpected paths answer 599
-    int delayMs = 0;            // added before every answer
-    bool alsoHttp = false;      // also listen for plain HTTP (httpBaseUrl())
-    QString certDir;            // reuse a CA/server certificate folder; empty: make one
 };
 
 // One line of the request log.
 struct ServedRequest {
-    QString method;
     QString path;      // without the query
     QString target;    // as requested, with the query
-    int status = 0;    // what the server planned to answer (0 for a hang)
     bool unexpected = false;
-    QJsonObject raw;   // the whole JSON line
+    QJsonObject raw;   // the whole line (headers, client port...: see testserver.py)
 };
 
 class TestServer {
@@ -55,36 +50,27 @@ public:
     [[nodiscard]] bool setRoutes(const QJsonObject& routes);
     // Starts the server; false (with errorString()) when it did not come up within 15 s.
     [[nodiscard]] bool start(const TestServerOptions& options = {});
-    void stop();
     bool isRunning() const;
     QString errorString() const { return error_; }
 
     QString baseUrl() const;       // "https://127.0.0.1:<port>", no trailing slash
-    QString httpBaseUrl() const;   // "http://127.0.0.1:<port>" when alsoHttp, else ""
     QString url(const QString& path) const { return baseUrl() + path; }
-    int port() const { return port_; }
     QString caFile() const;        // PEM of the test certificate authority
-    QString root() const { return root_; }
-    QString workDir() const;       // private folder: certificates, log, routes
 
     // Every request so far, in arrival order.
     QList<ServedRequest> requests() const;
     QStringList requestedPaths() const;
     QStringList unexpectedRequests() const; // targets of unexpected requests
     void clearLog();
-    // What the server printed on standard error (tracebacks, TLS handshake failures).
-    QString serverErrors() const;
-
-    static QString scriptPath();
 
 private:
+    void stop();
+    QString workDir() const; // private folder: certificates, log, routes, standard error
+
     std::unique_ptr<QTemporaryDir> dir_;
     std::unique_ptr<ChildProcess> process_;
-    QString root_;
-    QString certDir_;
     QString error_;
     int port_ = 0;
-    int httpPort_ = 0;
 };
 
 } // namespace vltest
