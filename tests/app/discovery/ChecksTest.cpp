@@ -8,6 +8,7 @@
 #include <QDeadlineTimer>
 #include <QThreadPool>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -305,7 +306,7 @@ TEST_F(Checks, NetworkThreadsEndWithTheirWorkerAndWhenStopped)
     discovery::stopNetworkThreads();
     QThreadPool pool;
     pool.setExpiryTimeout(1);
-    bool fetched = false;
+    std::atomic<bool> fetched{false};
     pool.start([&] { fetched = discovery::fetchURL(feedURL(QStringLiteral("/ok"))).data.has_value(); });
     pool.waitForDone();
     EXPECT_TRUE(fetched);
