@@ -20,7 +20,9 @@ case "$kind" in
     ;;
   address)
     build="$here/build-asan"
-    export ASAN_OPTIONS="detect_leaks=1 halt_on_error=1 strict_string_checks=1 detect_stack_use_after_return=1 ${ASAN_OPTIONS:-}"
+    # No strict_string_checks: the X keyboard library hands strndup a counted buffer without a
+    # terminating NUL (legal), which that option reports in every windowed run under Xvfb.
+    export ASAN_OPTIONS="detect_leaks=1 halt_on_error=1 detect_stack_use_after_return=1 ${ASAN_OPTIONS:-}"
     export UBSAN_OPTIONS="print_stacktrace=1 halt_on_error=1 ${UBSAN_OPTIONS:-}"
     ;;
   *)
