@@ -9,11 +9,11 @@
 
 #include "platform/system/SystemEnvironment.h"
 #include "platform/system/SystemLogging.h"
+#include "platform/system/ToolRun.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 
 namespace sys {
 
@@ -30,38 +30,6 @@ QByteArray emptyZipArchive()
     QByteArray data("PK\x05\x06", 4);
     data.append(18, '\0');
     return data;
-}
-
-struct ToolRun {
-    bool started = false;
-    int status = -1;
-    QString errors;
-};
-
-ToolRun runTool(const QString& tool, const QStringList& arguments, const QString& workingFolder,
-                const QString& outputFile)
-{
-    QProcess process;
-    process.setProgram(tool);
-    process.setArguments(arguments);
-    process.setStandardInputFile(QProcess::nullDevice()); // never wait for an answer to a prompt
-    if (!workingFolder.isEmpty())
-        process.setWorkingDirectory(workingFolder);
-    if (!outputFile.isEmpty())
-        process.setStandardOutputFile(outputFile, QIODevice::Truncate);
-    else
-        process.setStandardOutputFile(QProcess::nullDevice());
-    process.start();
-    ToolRun run;
-    run.started = process.waitForStarted(-1);
-    if (!run.started) {
-        run.errors = process.errorString();
-        return run;
-    }
-    process.waitForFinished(-1);
-    run.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.errors = QString::fromLocal8Bit(process.readAllStandardError()).trimmed();
-    return run;
 }
 
 bool report(QString* error, const QString& text)
