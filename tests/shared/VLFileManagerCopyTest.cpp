@@ -1,5 +1,6 @@
 // The verified multi-destination copy and the joining of files.
 #include "shared/VLFileManager.h"
+#include "support/Sandbox.h"
 
 #include <gtest/gtest.h>
 
@@ -24,11 +25,7 @@ QString makeFile(const QString& path, const QByteArray& data, qint64 sparseSize 
     return made ? path : QString();
 }
 
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using vltest::Sandbox;
 
 QByteArray pattern(int size)
 {
@@ -77,8 +74,8 @@ TEST(VLFileManagerCopy, VerifiedCopyToTwoDestinations)
     Recorder recorder;
     ASSERT_TRUE(VLFileManager::copyFileWithProgress(source, {first, second}, VLFileManager::VerifySHA256, &recorder.delegate,
                                                     QStringLiteral("context"), QVariant()));
-    EXPECT_EQ(readFile(first), data);
-    EXPECT_EQ(readFile(second), data);
+    EXPECT_EQ(Sandbox::readFile(first), data);
+    EXPECT_EQ(Sandbox::readFile(second), data);
     const QString expected = QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
     const QVariantMap& settings = recorder.finalSettings;
     EXPECT_EQ(settings.value(QStringLiteral("destChecksums")).toList() << settings.value(QStringLiteral("sourceChecksum")),
@@ -129,7 +126,7 @@ TEST(VLFileManagerCopy, RefusalsShrinkingSourcesAndDamagedDestinations)
     EXPECT_TRUE(VLFileManager::copyFileWithProgress(source, {dir.filePath(QStringLiteral("good")), fifo}, VLFileManager::VerifyMD5,
                                                     &recorder.delegate, QVariant(), QVariant()));
     EXPECT_EQ(recorder.failedFiles, QStringList{fifo + QStringLiteral("=d41d8cd98f00b204e9800998ecf8427e")}); // the empty input's MD5
-    EXPECT_EQ(readFile(dir.filePath(QStringLiteral("good"))), data);
+    EXPECT_EQ(Sandbox::readFile(dir.filePath(QStringLiteral("good"))), data);
 }
 
 TEST(VLFileManagerCopy, FullDestinationFileSystemFailsVerification)
@@ -156,12 +153,12 @@ TEST(VLFileManagerCombine, JoinsPartsInOrderAndMovesASinglePart)
     const QString b = makeFile(dir.filePath(QStringLiteral("b")), "tail");
     const QString joined = dir.filePath(QStringLiteral("joined"));
     ASSERT_TRUE(VLFileManager::combineFiles({a, b}, joined, true));
-    EXPECT_EQ(readFile(joined), pattern(70000) + "tail");
+    EXPECT_EQ(Sandbox::readFile(joined), pattern(70000) + "tail");
     EXPECT_FALSE(QFileInfo::exists(a) || QFileInfo::exists(b));
     // One part is moved over the destination even though deletion was not asked for.
     const QString single = makeFile(dir.filePath(QStringLiteral("single")), "only");
     ASSERT_TRUE(VLFileManager::combineFiles({single}, joined, false));
-    EXPECT_EQ(readFile(joined), QByteArray("only"));
+    EXPECT_EQ(Sandbox::readFile(joined), QByteArray("only"));
     EXPECT_FALSE(QFileInfo::exists(single));
     EXPECT_FALSE(VLFileManager::combineFiles({joined, dir.filePath(QStringLiteral("gone"))}, joined + QStringLiteral("2"), false));
     EXPECT_FALSE(QFileInfo::exists(joined + QStringLiteral("2")));
