@@ -1,39 +1,22 @@
 // The verified multi-destination copy and the joining of files.
-#include "shared/VLFileManager.h"
-#include "support/Sandbox.h"
+#include "VLFileManagerTestSupport.h"
 
-#include <gtest/gtest.h>
+#include "shared/VLFileManager.h"
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <mutex>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-// A file holding `data`, or a sparse one of `sparseSize` bytes when no data is given.
-QString makeFile(const QString& path, const QByteArray& data, qint64 sparseSize = 0)
-{
-    QFile f(path);
-    const bool made = f.open(QIODevice::WriteOnly) && (sparseSize ? ::ftruncate(f.handle(), sparseSize) == 0 : f.write(data) == data.size());
-    return made ? path : QString();
-}
-
+using vltest::makeFile;
+using vltest::pattern;
 using vltest::Sandbox;
-
-QByteArray pattern(int size)
-{
-    QByteArray data(size, Qt::Uninitialized);
-    for (int i = 0; i < size; ++i)
-        data[i] = char((i * 31) ^ (i >> 11));
-    return data;
-}
 
 // Records every delegate message; safe on the background queue.
 struct Recorder {
