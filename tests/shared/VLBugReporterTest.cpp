@@ -137,12 +137,6 @@ TEST_F(VLBugReporterTest, StartAndStopRecordTheDatesAndTellTheDelegate)
     const auto dates = plist::readDictionaryFile(datesFile()).value_or(QVariantMap());
     EXPECT_GT(dates.value(VLBugReporter::launchKey()).toDateTime(), launch_);
     EXPECT_GE(dates.value(VLBugReporter::exitKey()).toDateTime(), dates.value(VLBugReporter::launchKey()).toDateTime());
-    // Without a file the dates go to the user defaults.
-    VLBugReporter::startBugReporter(QStringLiteral("Demo"), QString());
-    VLBugReporter::stopBugReporter();
-    const auto defaults = plist::readDictionaryFile(sandbox.userPreferencesFile(sys::UserDefaults::standardDomain())).value_or(QVariantMap());
-    EXPECT_TRUE(defaults.value(VLBugReporter::launchKey()).toDateTime().isValid() && defaults.value(VLBugReporter::exitKey()).toDateTime().isValid());
-
     // A dates file under /Users goes back to that user.
     const QString inUsers = sandbox.sysPath(QStringLiteral("/Users/bob/Library/Preferences/dates.plist"));
     ASSERT_TRUE(sandbox.makeDir(sandbox.sysPath(QStringLiteral("/Users/bob/Library/Preferences"))));

@@ -1,42 +1,22 @@
 // The verified multi-destination copy and the joining of files.
-#include "shared/VLFileManager.h"
+#include "VLFileManagerTestSupport.h"
 
-#include <gtest/gtest.h>
+#include "shared/VLFileManager.h"
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <mutex>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-// A file holding `data`, or a sparse one of `sparseSize` bytes when no data is given.
-QString makeFile(const QString& path, const QByteArray& data, qint64 sparseSize = 0)
-{
-    QFile f(path);
-    const bool made = f.open(QIODevice::WriteOnly) && (sparseSize ? ::ftruncate(f.handle(), sparseSize) == 0 : f.write(data) == data.size());
-    return made ? path : QString();
-}
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-QByteArray pattern(int size)
-{
-    QByteArray data(size, Qt::Uninitialized);
-    for (int i = 0; i < size; ++i)
-        data[i] = char((i * 31) ^ (i >> 11));
-    return data;
-}
+using vltest::makeFile;
+using vltest::pattern;
+using vltest::Sandbox;
 
 // Records every delegate message; safe on the background queue.
 struct Recorder {
@@ -77,8 +57,8 @@ TEST(VLFileManagerCopy, VerifiedCopyToTwoDestinations)
     Recorder recorder;
     ASSERT_TRUE(VLFileManager::copyFileWithProgress(source, {first, second}, VLFileManager::VerifySHA256, &recorder.delegate,
                                                     QStringLiteral("context"), QVariant()));
-    EXPECT_EQ(readFile(first), data);
-    EXPECT_EQ(readFile(second), data);
+    EXPECT_EQ(Sandbox::readFile(first), data);
+    EXPECT_EQ(Sandbox::readFile(second), data);
     const QString expected = QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
     const QVariantMap& settings = recorder.finalSettings;
     EXPECT_EQ(settings.value(QStringLiteral("destChecksums")).toList() << settings.value(QStringLiteral("sourceChecksum")),
@@ -129,7 +109,7 @@ TEST(VLFileManagerCopy, RefusalsShrinkingSourcesAndDamagedDestinations)
     EXPECT_TRUE(VLFileManager::copyFileWithProgress(source, {dir.filePath(QStringLiteral("good")), fifo}, VLFileManager::VerifyMD5,
                                                     &recorder.delegate, QVariant(), QVariant()));
     EXPECT_EQ(recorder.failedFiles, QStringList{fifo + QStringLiteral("=d41d8cd98f00b204e9800998ecf8427e")}); // the empty input's MD5
-    EXPECT_EQ(readFile(dir.filePath(QStringLiteral("good"))), data);
+    EXPECT_EQ(Sandbox::readFile(dir.filePath(QStringLiteral("good"))), data);
 }
 
 TEST(VLFileManagerCopy, FullDestinationFileSystemFailsVerification)
@@ -156,12 +136,12 @@ TEST(VLFileManagerCombine, JoinsPartsInOrderAndMovesASinglePart)
     const QString b = makeFile(dir.filePath(QStringLiteral("b")), "tail");
     const QString joined = dir.filePath(QStringLiteral("joined"));
     ASSERT_TRUE(VLFileManager::combineFiles({a, b}, joined, true));
-    EXPECT_EQ(readFile(joined), pattern(70000) + "tail");
+    EXPECT_EQ(Sandbox::readFile(joined), pattern(70000) + "tail");
     EXPECT_FALSE(QFileInfo::exists(a) || QFileInfo::exists(b));
     // One part is moved over the destination even though deletion was not asked for.
     const QString single = makeFile(dir.filePath(QStringLiteral("single")), "only");
     ASSERT_TRUE(VLFileManager::combineFiles({single}, joined, false));
-    EXPECT_EQ(readFile(joined), QByteArray("only"));
+    EXPECT_EQ(Sandbox::readFile(joined), QByteArray("only"));
     EXPECT_FALSE(QFileInfo::exists(single));
     EXPECT_FALSE(VLFileManager::combineFiles({joined, dir.filePath(QStringLiteral("gone"))}, joined + QStringLiteral("2"), false));
     EXPECT_FALSE(QFileInfo::exists(joined + QStringLiteral("2")));

@@ -1,38 +1,27 @@
 // Whole-file digests: known values, failures, and the 50 MiB delegate step.
+#include "VLFileManagerTestSupport.h"
+
 #include "shared/VLFileManager.h"
 
-#include <gtest/gtest.h>
-
 #include <QCryptographicHash>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <atomic>
 
-#include <unistd.h>
-
 namespace {
 
-// A file of `size` bytes: `data` when given, else sparse (no disk space, read back as zeros).
-QString makeFile(const QTemporaryDir& dir, const char* name, qint64 size, const QByteArray& data = {})
-{
-    QFile f(dir.filePath(QString::fromLatin1(name)));
-    const bool written = f.open(QIODevice::WriteOnly) && (data.isEmpty() ? ::ftruncate(f.handle(), size) == 0 : f.write(data) == size);
-    return written ? f.fileName() : QString();
-}
+using vltest::makeFile;
 
 TEST(VLFileManagerHashing, DigestsMatchPublishedValuesAndFailuresGiveNothing)
 {
     QTemporaryDir dir;
-    const QString abc = makeFile(dir, "abc", 3, "abc");
+    const QString abc = makeFile(dir.filePath(QStringLiteral("abc")), "abc");
     EXPECT_EQ(VLFileManager::md5HashForFile(abc), QStringLiteral("900150983cd24fb0d6963f7d28e17f72"));
     EXPECT_EQ(VLFileManager::sha1HashForFile(abc), QStringLiteral("a9993e364706816aba3e25717850c26c9cd0d89d"));
     EXPECT_EQ(VLFileManager::sha512HashForFile(abc).value_or(QString()).left(16), QStringLiteral("ddaf35a193617aba"));
     // Several chunks with a short tail, against an independent implementation.
-    QByteArray data;
-    for (int i = 0; i < 3 * 65536 + 123; ++i)
-        data.append(char(i * 7 + (i >> 9)));
-    EXPECT_EQ(VLFileManager::sha1HashForFile(makeFile(dir, "big", data.size(), data)),
+    const QByteArray data = vltest::pattern(3 * 65536 + 123);
+    EXPECT_EQ(VLFileManager::sha1HashForFile(makeFile(dir.filePath(QStringLiteral("big")), data)),
               QString::fromLatin1(QCryptographicHash::hash(data, QCryptographicHash::Sha1).toHex()));
     EXPECT_FALSE(VLFileManager::sha1HashForFile(dir.filePath(QStringLiteral("missing"))).has_value());
     // A folder opens but cannot be read: the read error ends the hash without a result.
@@ -52,13 +41,13 @@ TEST(VLFileManagerHashing, DelegateIsAskedAtEveryFullFiftyMebibytesAndCanStop)
     const std::pair<qint64, int> cases[] = {{52428799, 0}, {52428800, 1}, {2 * 52428800 + 65536, 2}};
     for (const auto& [size, expected] : cases) {
         asks = 0;
-        EXPECT_TRUE(VLFileManager::md5HashForFile(makeFile(dir, "sparse", size), &delegate).has_value()) << size;
+        EXPECT_TRUE(VLFileManager::md5HashForFile(makeFile(dir.filePath(QStringLiteral("sparse")), {}, size), &delegate).has_value()) << size;
         EXPECT_EQ(asks.load(), expected) << size;
     }
     // The stop lands a few chunks after the first answer, long before the second question.
     answer = false;
     asks = 0;
-    EXPECT_FALSE(VLFileManager::sha1HashForFile(makeFile(dir, "large", qint64(1) << 30), &delegate).has_value());
+    EXPECT_FALSE(VLFileManager::sha1HashForFile(makeFile(dir.filePath(QStringLiteral("large")), {}, qint64(1) << 30), &delegate).has_value());
     EXPECT_EQ(asks.load(), 1);
 }
 

@@ -111,7 +111,7 @@ TEST_F(VLFileManagerLadder, LocksArchivesAndTools)
                                                        {QStringLiteral("diskutil"), QStringLiteral("info"), QStringLiteral("-plist"), QStringLiteral("/")}}));
 }
 
-TEST_F(VLFileManagerLadder, MountsAndMetadata)
+TEST_F(VLFileManagerLadder, Mounts)
 {
     ASSERT_TRUE(sandbox.makeDir(sandbox.sysPath(QStringLiteral("/Volumes/Disk"))));
     // path, drive mounted, volume mounted
@@ -124,12 +124,6 @@ TEST_F(VLFileManagerLadder, MountsAndMetadata)
         EXPECT_EQ(VLFileManager::isDriveMountedForPath(sandbox.sysPath(QLatin1String(path))), drive) << path;
         EXPECT_EQ(VLFileManager::isVolumeMountedForPath(sandbox.sysPath(QLatin1String(path))), volume) << path;
     }
-    const QString file = sandbox.tmpPath(QStringLiteral("meta"));
-    ASSERT_TRUE(writeFile(file));
-    if (VLFileManager::isMacFilesystemAtPath(file))
-        GTEST_SKIP() << "the temporary folder is on an Apple file system";
-    EXPECT_FALSE(VLFileManager::setMetadataValue(QStringLiteral("v"), QStringLiteral("com.velmora.test"), file));
-    EXPECT_FALSE(VLFileManager::metadataValueForKey(QStringLiteral("com.velmora.test"), file).has_value());
 }
 
 // ---- the unprivileged rungs: this executable again, as "nobody" ----------------------------

@@ -1,7 +1,8 @@
 #pragma once
 // Test support for the file-operation and authorisation tests: a sandbox whose HOME, TMPDIR
 // and system root are the process's own for the test's duration, with the recording fake
-// tools installed. One test at a time, main thread.
+// tools installed; and the test files the digest and copy tests read. One test at a time,
+// main thread.
 
 #include "support/QtPrinters.h"
 #include "support/Sandbox.h"
@@ -13,7 +14,27 @@
 #include <QFile>
 #include <QThread>
 
+#include <unistd.h>
+
 namespace vltest {
+
+// A file at `path` holding `data`, or a sparse one of `sparseSize` bytes (no disk space, read
+// back as zeros); its path, or "" on failure.
+inline QString makeFile(const QString& path, const QByteArray& data, qint64 sparseSize = 0)
+{
+    QFile f(path);
+    const bool made = f.open(QIODevice::WriteOnly) && (sparseSize ? ::ftruncate(f.handle(), sparseSize) == 0 : f.write(data) == data.size());
+    return made ? path : QString();
+}
+
+// `size` bytes without a short period, so a misplaced chunk changes any digest.
+inline QByteArray pattern(int size)
+{
+    QByteArray data(size, Qt::Uninitialized);
+    for (int i = 0; i < size; ++i)
+        data[i] = char((i * 31) ^ (i >> 11));
+    return data;
+}
 
 class FileOpsSandboxTest : public ::testing::Test {
 protected:

@@ -1,9 +1,12 @@
 #include "shared/VLLocalPaths.h"
+#include "support/ChildProcess.h"
+#include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
+
+#include <QCoreApplication>
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -21,28 +24,30 @@ TEST(VLLocalPaths, SuperuserCorrectionKeepsItsCuts)
         EXPECT_EQ(VLLocalPaths::correctedUserPath(QString::fromUtf8(found), uid, QStringLiteral("/home/u")), QString::fromUtf8(expected)) << found;
 }
 
+// Runs again in a child as the unprivileged user (VLLP_CHILD set), which must get the same answers.
 TEST(VLLocalPaths, UserFoldersAreInHomeForSuperuserAndOthers)
 {
     vltest::ScopedEnvironment env;
     env.set("HOME", QStringLiteral("/home/tester/"));
     env.set("VELMORA_SYSROOT", QStringLiteral("/sb"));
     env.set("TMPDIR", QStringLiteral("/scratch"));
-    const auto asExpected = [] {
-        return VLLocalPaths::libraryDirectory(true) == QStringLiteral("/home/tester/Library")
-            && VLLocalPaths::prefsDirectory(true) == QStringLiteral("/home/tester/Library/Preferences")
-            && VLLocalPaths::libraryDirectory(false) == QStringLiteral("/sb/Library") && VLLocalPaths::trashDirectory() == QStringLiteral("/home/tester/.Trash")
-            && VLLocalPaths::tempDirectory() == QStringLiteral("/scratch/") && VLLocalPaths::tempFile().startsWith(QStringLiteral("/scratch/"));
-    };
-    EXPECT_TRUE(asExpected());
-    if (getuid() != 0)
+    EXPECT_EQ(VLLocalPaths::libraryDirectory(true), QStringLiteral("/home/tester/Library"));
+    EXPECT_EQ(VLLocalPaths::prefsDirectory(true), QStringLiteral("/home/tester/Library/Preferences"));
+    EXPECT_EQ(VLLocalPaths::libraryDirectory(false), QStringLiteral("/sb/Library"));
+    EXPECT_EQ(VLLocalPaths::trashDirectory(), QStringLiteral("/home/tester/.Trash"));
+    EXPECT_EQ(VLLocalPaths::tempDirectory(), QStringLiteral("/scratch/"));
+    EXPECT_TRUE(VLLocalPaths::tempFile().startsWith(QStringLiteral("/scratch/")));
+    const std::optional<uint> nobody = vltest::Sandbox::unprivilegedUid();
+    if (qEnvironmentVariableIsSet("VLLP_CHILD") || !nobody) {
+        EXPECT_EQ(VLLocalPaths::username() == QStringLiteral("root"), ::getuid() == 0);
         return;
-    // The same answers for an unprivileged user, in a child that really runs as one.
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(setgid(65534) == 0 && setuid(65534) == 0 && getuid() == 65534 && VLLocalPaths::username() != QStringLiteral("root") && asExpected() ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    }
+    env.set("VLLP_CHILD", QStringLiteral("1"));
+    vltest::ChildProcess child;
+    ASSERT_TRUE(child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--gtest_filter=VLLocalPaths.UserFolders*")},
+                            {.workingDirectory = QStringLiteral("/"), .uid = nobody}));
+    ASSERT_TRUE(child.waitForFinished(60000));
+    EXPECT_TRUE(child.exitCode() == 0 && child.standardOutput().contains("[  PASSED  ] 1 test")) << child.standardOutput().toStdString();
 }
 
 TEST(VLLocalPaths, SystemFoldersKeepTheirTrimmedComparison)

@@ -2,12 +2,11 @@
 #include "shared/VLPremiere.h"
 
 #include "support/FixturePlist.h"
+#include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
 
@@ -24,12 +23,7 @@ protected:
     QString machineApplications() const { return dir_.filePath(QStringLiteral("sysroot/Applications")); }
     QString userApplications() const { return dir_.filePath(QStringLiteral("home/Applications")); }
 
-    static void write(const QString& path, const QByteArray& data)
-    {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(data) == data.size()) << path.toStdString();
-    }
+    static void write(const QString& path, const QByteArray& data) { ASSERT_TRUE(vltest::Sandbox::writeFile(path, data)) << path.toStdString(); }
     // An installed application bundle; extra entries are added to (or replace) the usual ones.
     static void bundle(const QString& path, const QString& version, const QVariantMap& extra = {})
     {
