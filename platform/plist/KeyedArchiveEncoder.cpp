@@ -157,7 +157,7 @@ QByteArray encodeKeyedArchive(const QVariantMap& root)
         {QStringLiteral("$top"), QVariantMap{{QStringLiteral("root"), *rootUid}}},
         {QStringLiteral("$objects"), archiver.objects},
     };
-    return writeBinary(archive);
+    return writeXml(archive);
 }
 
 } // namespace plist

@@ -18,7 +18,8 @@
 //   tagged ASCII that carries 8-bit bytes is read as UTF-8 when it is valid UTF-8, else as
 //   Latin-1, rather than failing the whole file; the null, fill and set markers are refused.
 // - writers: a value with no property-list form (an invalid QVariant, a QUrl, ...) makes
-//   writeXml / writeBinary / encodeKeyedArchive return an empty QByteArray.
+//   writeXml / encodeKeyedArchive return an empty QByteArray. Nothing here writes the binary
+//   form: the program only reads it.
 
 #include <QByteArray>
 #include <QMetaType>
@@ -48,9 +49,6 @@ std::optional<QVariant> readOpenStep(const QByteArray& bytes, QString* error = n
 // The XML property list Foundation writes (tabs, sorted keys, its number and date forms).
 // Empty when the value has no property-list form.
 QByteArray writeXml(const QVariant& root);
-// A binary property list (bplist00) of the value; strings, numbers, dates and data are
-// uniqued. Empty when the value has no property-list form.
-QByteArray writeBinary(const QVariant& root);
 
 // The description text of a value (Foundation's -description of NSDictionary/NSArray/leaf).
 // Leaves alone print their bare text; inside collections they follow the quoting rule.
@@ -64,9 +62,10 @@ QString description(const QVariant& value);
 // NSData, NSMutableData, NSNull (as QVariant::fromValue(nullptr)) and NSURL (as the
 // absolute address string). Anything else fails.
 std::optional<QVariantMap> decodeKeyedArchiveDictionary(const QByteArray& bytes, QString* error = nullptr);
-// Encodes a dictionary as a keyed archive (binary form), root class NSMutableDictionary;
+// Encodes a dictionary as a keyed archive (XML form), root class NSMutableDictionary;
 // nested dictionaries and arrays are NSDictionary / NSArray. Empty when a value has no
-// archived form.
+// archived form. Only the group-feed tests call it (they serve a beta feed made with it);
+// it goes when they build that archive themselves.
 QByteArray encodeKeyedArchive(const QVariantMap& root);
 
 // File helpers: read any format; write XML atomically (temporary file, then rename).

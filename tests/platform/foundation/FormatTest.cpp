@@ -61,15 +61,11 @@ TEST(Format, RealsIgnoreTheProcessNumericLocale)
     // user's German or French settings would; put back before anything is checked.
     QTemporaryDir dir;
     QFile source(dir.filePath(QStringLiteral("comma.src")));
-    ASSERT_TRUE(source.open(QIODevice::WriteOnly));
-    source.write("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n");
+    ASSERT_TRUE(source.open(QIODevice::WriteOnly) && source.write("LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n") > 0);
     source.close();
     vltest::ChildProcess localedef;
-    vltest::ChildOptions quiet; // it warns about every category the source leaves out
-    quiet.discardOutput = true;
-    if (!localedef.start(QStringLiteral("/usr/bin/localedef"), {QStringLiteral("-c"), QStringLiteral("-i"), source.fileName(), QStringLiteral("-f"),
-                                                               QStringLiteral("UTF-8"), dir.filePath(QStringLiteral("comma"))}, quiet)
-        || !localedef.waitForFinished(60000))
+    const vltest::ChildOptions quiet{.discardOutput = true}; // it warns about every category the source leaves out
+    if (!localedef.start("/usr/bin/localedef", {"-c", "-i", source.fileName(), "-f", "UTF-8", dir.filePath("comma")}, quiet) || !localedef.waitForFinished(60000))
         GTEST_SKIP() << "no localedef here";
     const std::string saved = std::setlocale(LC_NUMERIC, nullptr);
     qputenv("LOCPATH", QFile::encodeName(dir.path()));
@@ -84,7 +80,6 @@ TEST(Format, RealsIgnoreTheProcessNumericLocale)
     if (!active)
         GTEST_SKIP() << "localedef could not build a decimal-comma locale here";
     ASSERT_STREQ(probe, "1,50") << "the process locale did not take effect";
-    EXPECT_EQ(formatted, QStringLiteral("1.50 GB, 2.5, 0.25, 1234567"));
-    EXPECT_EQ(number, QStringLiteral("3.25"));
+    EXPECT_EQ(formatted + u'|' + number, QStringLiteral("1.50 GB, 2.5, 0.25, 1234567|3.25"));
     EXPECT_TRUE(point == 1.5 && comma == 1.0) << point << " " << comma;
 }

@@ -1,3 +1,4 @@
+// The lane that runs group checks one at a time without making a second caller wait.
 #include "platform/system/SerialLane.h"
 
 #include <gtest/gtest.h>
@@ -6,8 +7,6 @@
 #include <future>
 #include <thread>
 #include <vector>
-
-namespace {
 
 TEST(SerialLane, ACallerThatFindsTheLaneBusyLeavesItsStepToTheRunnerAndGoesOn)
 {
@@ -49,4 +48,3 @@ TEST(SerialLane, ACallerThatFindsTheLaneBusyLeavesItsStepToTheRunnerAndGoesOn)
     EXPECT_TRUE(ran);
 }
 
-} // namespace

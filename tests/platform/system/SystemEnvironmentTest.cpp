@@ -3,7 +3,6 @@
 #include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
 
-#include <QFile>
 #include <gtest/gtest.h>
 
 TEST(SystemEnvironment, SlashesAreNormalisedAndTheVersionComesOnlyFromAStringInAReadableFile)
@@ -29,7 +28,5 @@ TEST(SystemEnvironment, SlashesAreNormalisedAndTheVersionComesOnlyFromAStringInA
     ASSERT_TRUE(box.writePlist(file, QVariantMap{{QStringLiteral("ProductVersion"), 14}}));
     EXPECT_EQ(sys::productVersion(), QStringLiteral("0.0.0")) << "not a string";
     ASSERT_TRUE(box.writeFile(file, "not a property list <<<"));
-    EXPECT_EQ(sys::productVersion(), QStringLiteral("0.0.0")) << "damaged file";
-    ASSERT_TRUE(QFile::remove(file));
-    EXPECT_EQ(sys::productVersion(), QStringLiteral("0.0.0")) << "missing file";
+    EXPECT_EQ(sys::productVersion(), QStringLiteral("0.0.0")) << "damaged file (a missing one: VLOSDetect)";
 }
