@@ -194,26 +194,14 @@ TEST_F(WindowsTest, ReturnInstallsAndEscapeOnTheSheetCancelsTheDownload)
     EXPECT_EQ(server_.requestedPaths(), QStringList{QStringLiteral("/Notes.dmg")});
 }
 
-TEST_F(WindowsTest, TheNoUpdatesAlertIsASheetThatQuitsOnReturnOnlyWithAutoQuit)
-{
-    windows_->showMainWindow();
-    for (const int autoQuit : {0, 1}) {
-        sys::UserDefaults::standard().setInteger(autoQuit, prefs::kAutoQuit);
-        controller_->showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date."));
-        QMessageBox* box = waitForAlert();
-        ASSERT_TRUE(box);
-        EXPECT_EQ(box->windowModality(), Qt::WindowModal);
-        QTest::keyClick(box, Qt::Key_Return);
-        EXPECT_EQ(windows_->terminationRequested(), autoQuit == 1);
-    }
-}
-
 TEST_F(WindowsTest, ThePromptShowsTheStoredStartupChoiceAndItsButtonsStore)
 {
     ASSERT_TRUE(sys::writeGlobalPreferences({{prefs::kCheckAtStartup, false}}));
     UpdateWindow& window = prompt();
     EXPECT_TRUE(window.isVisible());
     EXPECT_FALSE(main().isVisible());
+    EXPECT_EQ(window.updateInfoLabel()->text(),
+              QStringLiteral("Velmora Notes 1.3 (130) is available. Currently installed version is 1.2 (120)."));
     EXPECT_FALSE(window.updateCheckAtStartup()->isChecked());
     window.updateCheckAtStartup()->click();
     EXPECT_EQ(sys::readGlobalPreferences().value(prefs::kCheckAtStartup), QVariant(true));
@@ -238,38 +226,46 @@ TEST_F(WindowsTest, ReturnInThePromptHandsOverToTheMainWindowAndInstalls)
     EXPECT_TRUE(waitUntil([&] { return !checkRunning(); }));
 }
 
-TEST_F(WindowsTest, AWorkersBlockingAlertIsASheetAndReturnsThePressedButton)
+// The alert texts, answers and suppression rules are the alert's own tests'; here: which
+// window an alert sits on, how modal it is, and that its keys and box reach the controller.
+TEST_F(WindowsTest, AlertsAreSheetsOfTheMainWindowOrFreeStandingWhenItShowsOne)
 {
     windows_->showMainWindow();
+    // A worker's blocking alert waits for the pressed button (Escape: the alternate one).
     std::atomic<int> answer{42};
     std::thread worker([&] {
         answer = VLAlert::alertSheetWithMessageText(QStringLiteral("Notes is a paid upgrade. Are you sure you wish to install it?"),
-                                                    QStringLiteral("Install"), QStringLiteral("Don't Install"), QString(),
-                                                    QStringLiteral("100% of %d stays as written"), VLAlert::mainWindow(), true);
+                                                    QStringLiteral("Install"), QStringLiteral("Don't Install"), QString(), QString(),
+                                                    VLAlert::mainWindow(), true);
     });
     QMessageBox* box = waitForAlert();
     ASSERT_TRUE(box);
-    EXPECT_TRUE(box->parentWidget() == &main() && box->windowModality() == Qt::WindowModal);
-    EXPECT_EQ(box->informativeText(), QStringLiteral("100% of %d stays as written"));
-    QTest::keyClick(box, Qt::Key_Escape); // the alternate button
+    QTest::keyClick(box, Qt::Key_Escape);
     ASSERT_TRUE(waitUntil([&] { return answer != 42; }));
     worker.join();
     EXPECT_EQ(answer, VLAlert::alternateReturn);
-}
-
-TEST_F(WindowsTest, AWindowThatShowsASheetGetsAFreeStandingAlertAndTheSuppressionBoxWritesItsDefault)
-{
-    windows_->showMainWindow();
+    // While the window shows a sheet an alert stands free, and its box writes its default.
     windows_->showUpdateProgress();
     const QString key = QStringLiteral("suppressLaunchAgentWarning");
     VLAlert::alertSheetWithMessageText(QStringLiteral("Error: Unable to create LaunchAgent"), QString(), QString(), QString(),
                                        QString(), VLAlert::mainWindow(), nullptr, QString(), false, nullptr, key);
-    QMessageBox* box = waitForAlert();
+    box = waitForAlert();
     ASSERT_TRUE(box && box->checkBox());
     EXPECT_TRUE(box->parentWidget() == nullptr && box->windowModality() == Qt::ApplicationModal);
     box->checkBox()->click();
     EXPECT_TRUE(sys::UserDefaults::standard().boolForKey(key));
     QTest::keyClick(box, Qt::Key_Return);
+    windows_->endProgress();
+    // The controller's alert is a sheet; "No updates found" quits on Return only with autoQuit.
+    for (const int autoQuit : {0, 1}) {
+        sys::UserDefaults::standard().setInteger(autoQuit, prefs::kAutoQuit);
+        controller_->showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date."));
+        box = waitForAlert();
+        ASSERT_TRUE(box);
+        EXPECT_TRUE(box->parentWidget() == &main() && box->windowModality() == Qt::WindowModal);
+        QTest::keyClick(box, Qt::Key_Return);
+        EXPECT_EQ(windows_->terminationRequested(), autoQuit == 1);
+    }
 }
 
 TEST(ReleaseNotesBrowser, LoadsImagesOnlyFromItsResourceFolder)
