@@ -242,16 +242,15 @@ TEST_F(Checks, FetchingFollowsLoggedRedirectsAndEndsEveryFailure)
 
 TEST_F(Checks, AKeptConnectionCarriesNoCookiesOrCredentials)
 {
-    const QJsonObject cookie{{QStringLiteral("body"), QStringLiteral("a")},
-                             {QStringLiteral("headers"), QJsonObject{{QStringLiteral("Set-Cookie"), QStringLiteral("session=secret; Path=/")}}}};
-    const QJsonObject challenge{{QStringLiteral("status"), 401},
-                                {QStringLiteral("headers"), QJsonObject{{QStringLiteral("WWW-Authenticate"), QStringLiteral("Basic realm=\"feeds\"")}}}};
-    ASSERT_TRUE(server_->setRoutes({{QStringLiteral("/cookie"), cookie}, {QStringLiteral("/private"), challenge},
-                                    {QStringLiteral("/plain"), QJsonObject{{QStringLiteral("body"), QStringLiteral("b")}}}}));
+    const auto answer = [](const char* header, const char* value, int status) {
+        return QJsonObject{{QStringLiteral("status"), status}, {QStringLiteral("body"), QStringLiteral("x")},
+                           {QStringLiteral("headers"), QJsonObject{{QLatin1String(header), QLatin1String(value)}}}};
+    };
+    ASSERT_TRUE(server_->setRoutes({{QStringLiteral("/cookie"), answer("Set-Cookie", "session=secret; Path=/", 200)},
+                                    {QStringLiteral("/private"), answer("WWW-Authenticate", "Basic realm=\"feeds\"", 401)}}));
     const QString withCredentials = feedURL(QStringLiteral("/private")).replace(QStringLiteral("https://"), QStringLiteral("https://user:password@"));
     for (const QString& address : {feedURL(QStringLiteral("/cookie")), feedURL(QStringLiteral("/plain")), withCredentials, feedURL(QStringLiteral("/plain"))})
         (void)discovery::fetchURL(address);
-
     const QList<vltest::ServedRequest> served = server_->requests();
     ASSERT_EQ(served.size(), 4) << server_->requestedPaths().join(u' ').toStdString();
     // The second request went over the first one's connection, and no request carried what an
