@@ -1,9 +1,7 @@
 #pragma once
-// DiscoveryFixture: the in-process set-up shared by the discovery tests. A fresh log, HOME,
-// TMPDIR and system root (LogFixture), one local HTTPS server per test suite whose folder
-// holds the feeds, the environment contract pointing at it (update server, web site, CA),
-// a windowed controller with the null interface (windowed, so exceptions return instead of
-// ending the test process), and helpers to lay out feeds and vendor bundles.
+// DiscoveryFixture: a fresh log, HOME, TMPDIR and system root, one local HTTPS server per test
+// suite serving the feeds folder and named as update server, web site and CA, and a windowed
+// controller (so exceptions return instead of ending the test process).
 //
 // Lifecycle: one per test, on the main thread; the server lives for the test suite.
 
@@ -44,7 +42,6 @@ protected:
         server_.reset();
         feeds_.reset();
     }
-
     void SetUp() override
     {
         ASSERT_TRUE(server_ && server_->isRunning());
@@ -69,8 +66,7 @@ protected:
     {
         QDir().mkpath(QFileInfo(file).path());
         QFile out(file);
-        ASSERT_TRUE(out.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        out.write(bytes);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly | QIODevice::Truncate) && out.write(bytes) == bytes.size());
     }
     static void writeFeed(const QString& path, const QByteArray& bytes) { writeFile(feeds_->path() + path, bytes); }
     static void writePlistFeed(const QString& path, const QVariant& value) { writeFeed(path, plist::writeXml(value)); }
@@ -79,21 +75,19 @@ protected:
         QFile file(QStringLiteral(VELMORA_CORPUS_DIR "/appcasts/") + name);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
-
     QString sysPath(const QString& absolute) const { return log_.path(QStringLiteral("sysroot")) + absolute; }
 
-    // A vendor bundle: Info.plist with identifier and build, a descriptor when given.
-    QString makeBundle(const QString& path, const QString& identifier, const QString& version, const std::optional<QVariantMap>& descriptor)
+    // A vendor bundle: Info.plist with identifier and build, and the descriptor when given.
+    static QString makeBundle(const QString& path, const QString& identifier, const QString& version,
+                              const std::optional<QVariantMap>& descriptor)
     {
-        QDir().mkpath(path + QStringLiteral("/Contents/Resources"));
-        const QVariantMap info = {{QStringLiteral("CFBundleIdentifier"), identifier}, {QStringLiteral("CFBundleVersion"), version},
-                                  {QStringLiteral("CFBundleShortVersionString"), QStringLiteral("1.0")}};
-        EXPECT_TRUE(plist::writeXmlFileAtomically(info, path + QStringLiteral("/Contents/Info.plist")));
-        if (descriptor) {
-            EXPECT_TRUE(plist::writeXmlFileAtomically(*descriptor, path + QStringLiteral("/Contents/Resources/VLUpdates.plist")));
-        }
+        writePlist(path + QStringLiteral("/Contents/Info.plist"),
+                   {{QStringLiteral("CFBundleIdentifier"), identifier}, {QStringLiteral("CFBundleVersion"), version}});
+        if (descriptor)
+            writePlist(path + QStringLiteral("/Contents/Resources/VLUpdates.plist"), *descriptor);
         return path;
     }
+    static void writePlist(const QString& file, const QVariantMap& value) { writeFile(file, plist::writeXml(value)); }
 
     LogFixture log_;
     ScopedEnvironment env_;

@@ -63,11 +63,7 @@ protected:
     void SetUp() override
     {
         WindowedInstaller::SetUp();
-        vltest::FakeBundle bundle;
-        bundle.path = installed_;
-        bundle.identifier = QStringLiteral("com.velmora.tessel");
-        bundle.version = QStringLiteral("100");
-        ASSERT_FALSE(sb_.createBundle(bundle).isEmpty());
+        ASSERT_FALSE(sb_.createBundle({installed_, QStringLiteral("com.velmora.tessel"), QStringLiteral("100")}).isEmpty());
         before_ = installedInfo();
         ASSERT_TRUE(sb_.makeDiskImage(controller_->downloadPath + QStringLiteral("/Tessel.dmg"), QStringLiteral("Tessel"),
                                       {{QStringLiteral("Tessel.app/Contents/Info.plist"), "new build"}}));
@@ -128,6 +124,15 @@ protected:
     const QString volume_ = sb_.sysPath(QStringLiteral("/Volumes/Studio"));
 };
 
+TEST_F(ApplicationInstaller, ACancelWhileTheImageMountsAbandonsTheInstallation)
+{
+    ui_->installSheetAnswer = 0; // were the cancel missed, the sheet would end the test, not hang it
+    cancelWhen([&] { return QFileInfo::exists(volume_); }, [&] { controller_->installSparkleApp(record()); });
+    EXPECT_EQ(ui_->calls().last(), QStringLiteral("endProgress"));
+    EXPECT_FALSE(ui_->calls().contains(QStringLiteral("status:Waiting for application to close..."))) << "stopped before the sheet";
+    expectAbandoned();
+}
+
 TEST_F(ApplicationInstaller, CancelInTheRunningSheetAbandonsTheInstallation)
 {
     ui_->installSheetAnswer = 0;
@@ -136,15 +141,6 @@ TEST_F(ApplicationInstaller, CancelInTheRunningSheetAbandonsTheInstallation)
     slashed.insert(record::kPath, installed_ + QStringLiteral("/"));
     controller_->installSparkleApp(slashed);
     EXPECT_TRUE(ui_->calls().contains(QStringLiteral("installSheet:Tessel is currently running")));
-    expectAbandoned();
-}
-
-TEST_F(ApplicationInstaller, ACancelWhileTheImageMountsAbandonsTheInstallation)
-{
-    ui_->installSheetAnswer = 0; // were the cancel missed, the sheet would end the test, not hang it
-    cancelWhen([&] { return QFileInfo::exists(volume_); }, [&] { controller_->installSparkleApp(record()); });
-    EXPECT_EQ(ui_->calls().last(), QStringLiteral("endProgress"));
-    EXPECT_FALSE(ui_->calls().contains(QStringLiteral("status:Waiting for application to close..."))) << "stopped before the sheet";
     expectAbandoned();
 }
 
@@ -157,8 +153,7 @@ TEST_F(ApplicationInstaller, ForceQuitEndsTheAppInstallsAndOpensItAgain)
     EXPECT_EQ(installedInfo(), QByteArray("new build"));
     EXPECT_TRUE(ui_->calls().contains(QStringLiteral("closeInstallSheet")));
     EXPECT_FALSE(QFileInfo::exists(volume_));
-    // The application that was running is opened again from its installed path (the opener
-    // starts detached, so its call is recorded a moment later).
+    // Opened again from its installed path (the opener starts detached: recorded a moment later).
     const QDeadlineTimer guard(5000);
     while (sb_.toolCalls(QStringLiteral("xdg-open")).isEmpty() && !guard.hasExpired())
         QThread::msleep(50);
@@ -167,11 +162,9 @@ TEST_F(ApplicationInstaller, ForceQuitEndsTheAppInstallsAndOpensItAgain)
 
 TEST_F(ApplicationInstaller, ARecordWithoutBundleIdentifierIsNeverSeenRunning)
 {
-    vltest::FakeBundle bare;
-    bare.path = sb_.sysPath(QStringLiteral("/Applications/Bare.app"));
-    ASSERT_FALSE(sb_.createBundle(bare).isEmpty());
+    const QString bare = sb_.createBundle({sb_.sysPath(QStringLiteral("/Applications/Bare.app"))});
     vltest::ChildProcess bareRunning;
-    ASSERT_TRUE(bareRunning.start(bare.path + QStringLiteral("/Contents/MacOS/Bare"), {QStringLiteral("300")}));
+    ASSERT_TRUE(bareRunning.start(bare + QStringLiteral("/Contents/MacOS/Bare"), {QStringLiteral("300")}));
     ui_->installSheetAnswer = 0;
     UpdateRecord withoutID = record();
     withoutID.remove(record::kBundleId);
@@ -214,9 +207,7 @@ TEST_F(WindowedInstaller, QuittingAGroupQuitsOnlyItsMembersOpenedByPath)
 {
     std::vector<std::unique_ptr<vltest::ChildProcess>> running; // killed and reaped when they go
     const auto start = [&](const QString& name, const QVariantMap& extraInfo) -> vltest::ChildProcess& {
-        vltest::FakeBundle app;
-        app.path = sb_.sysPath(QStringLiteral("/Applications/%1.app").arg(name));
-        app.identifier = QStringLiteral("com.velmora.running-") + name.toLower();
+        vltest::FakeBundle app{sb_.sysPath(QStringLiteral("/Applications/%1.app").arg(name)), QStringLiteral("com.velmora.running-") + name.toLower()};
         app.extraInfo = extraInfo;
         EXPECT_FALSE(sb_.createBundle(app).isEmpty());
         EXPECT_TRUE(running.emplace_back(std::make_unique<vltest::ChildProcess>())->start(app.path + QStringLiteral("/Contents/MacOS/") + name, {QStringLiteral("300")}));
