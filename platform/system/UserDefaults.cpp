@@ -258,13 +258,6 @@ bool UserDefaults::synchronize()
     return written;
 }
 
-QVariantMap UserDefaults::persistentDomain() const
-{
-    std::lock_guard lock(mutex_);
-    ensureLoadedLocked();
-    return persistent_;
-}
-
 QString globalPreferencesPath()
 {
     return preferencesFolder() + QStringLiteral("/com.velmora.global.plist");

@@ -72,9 +72,6 @@ public:
     void setArguments(const QStringList& arguments);
     static QVariantMap parseArgumentDomain(const QStringList& arguments);
 
-    // The persistent domain as last read or written (for diagnostics and tests).
-    QVariantMap persistentDomain() const;
-
 private:
     void ensureLoadedLocked() const;
     void applyLocked(const QString& key, const QVariant& value);

@@ -1,5 +1,6 @@
 #include "shared/VLAlert.h"
 
+#include "platform/plist/PropertyList.h"
 #include "platform/system/UserDefaults.h"
 #include "support/LogFixture.h"
 #include "support/QtPrinters.h"
@@ -8,35 +9,12 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 
-#include <condition_variable>
-#include <mutex>
-#include <thread>
-
 #include <gtest/gtest.h>
 
 using vltest::ScriptedAlertPresenter;
 using When = vltest::ScriptedAlertPresenter::When;
 
 namespace {
-
-// Ends a blocking alert with -2 if nothing else has after a generous minute, so a broken wait
-// fails the test instead of hanging it.
-class HangGuard {
-public:
-    explicit HangGuard(std::shared_ptr<VLAlert> alert)
-        : thread_([alert](std::stop_token stop) {
-              std::mutex mutex;
-              std::unique_lock lock(mutex);
-              std::condition_variable_any stopped;
-              if (!stopped.wait_for(lock, stop, std::chrono::seconds(60), [&stop] { return stop.stop_requested(); }))
-                  alert->alertDidEnd(-2);
-          })
-    {
-    }
-
-private:
-    std::jthread thread_;
-};
 
 // A delegate of the caller's that answers to one end selector and records its end messages.
 class RecordingDelegate final : public VLAlertDelegate {
@@ -61,10 +39,9 @@ protected:
     void TearDown() override { VLAlert::setPresenter(nullptr); }
 
     ScriptedAlertPresenter& presenter() { return *presenter_; }
-    // A blocking alert with an alert object of the test's, guarded against hanging.
+    // A blocking alert with an alert object of the test's.
     static int blockingAlert(QObject* parent, std::shared_ptr<VLAlert> object)
     {
-        HangGuard guard(object);
         return VLAlert::alertSheetWithMessageText(QStringLiteral("Disk 100% full"), QString(), QString(), QStringLiteral("Later"),
                                                   QStringLiteral("Copied %d of %@ files"), parent, nullptr, QString(), true, object);
     }
@@ -164,7 +141,8 @@ TEST_F(VLAlertTest, SuppressionBoxIsBoundToTheUserDefault)
     ASSERT_TRUE(alert.suppressionShown);
     EXPECT_TRUE(alert.suppressionChecked);
     alert.toggleSuppression(false);
-    EXPECT_EQ(sys::UserDefaults::standard().persistentDomain().value(key), QVariant(false));
+    const auto onDisk = plist::readDictionaryFile(sys::UserDefaults::standard().persistentDomainPath());
+    EXPECT_EQ(onDisk.value_or(QVariantMap()).value(key), QVariant(false));
     alert.press(VLAlert::defaultReturn);
     EXPECT_TRUE(object->alertEnded());
 }

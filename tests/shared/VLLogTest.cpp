@@ -1,4 +1,5 @@
 #include "shared/VLLog.h"
+#include "shared/VLException.h"
 #include "shared/VLLocalPaths.h"
 #include "support/ChildProcess.h"
 #include "support/LogFixture.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <map>
+#include <stdexcept>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -225,6 +227,25 @@ TEST(VLLogPrinting, EchoDropsObjectsDoublesPercentAndRemovesNul)
         VLLog::appendLogAndPrint(QStringLiteral("not echoed"));
     });
     EXPECT_EQ(quiet, QByteArray());
+}
+
+TEST(VLException, LogsPrintsAndReturnsTheMessage)
+{
+    vltest::LogFixture log(false);
+    VLLog::createNewLog();
+    const QString method = QStringLiteral("-[AppController loadPreferenceSettings]");
+    const fnd::PlatformException platform(QStringLiteral("NSRangeException"), QStringLiteral("index 5 beyond bounds"));
+    const std::exception& asStd = platform;
+    QString message;
+    const QByteArray printed = vltest::captureStdout([&] { message = VLException::logException(method, asStd); });
+    const QString expected = QStringLiteral("Exception in -[AppController loadPreferenceSettings]. NSRangeException - index 5 beyond bounds.");
+    EXPECT_EQ(message, expected);
+    EXPECT_EQ(printed, expected.toUtf8() + '\n');
+    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral(" - ") + expected));
+    EXPECT_EQ(VLException::logException(method, std::runtime_error("disk full")),
+              QStringLiteral("Exception in -[AppController loadPreferenceSettings]. std::exception - disk full."));
+    EXPECT_TRUE(VLException::didTimeout(fnd::PlatformException(QStringLiteral("NSPortTimeoutException"), QString())));
+    EXPECT_FALSE(VLException::didTimeout(QStringLiteral("nsporttimeoutexception")));
 }
 
 TEST(VLLogRoot, RootWritesTheLocalDomainFile)

@@ -1,5 +1,6 @@
 // Viewing logs and gathering them into a real zip archive, in a sandboxed home and system root;
 // the unreadable-folder case runs this executable again as "nobody".
+#include "TestData.h"
 #include "VLFileManagerTestSupport.h"
 
 #include "shared/VLFileManager.h"
@@ -80,28 +81,17 @@ TEST_F(VLTroubleshootingUtilsTest, ViewingALogOpensItOrSaysThereIsNone)
 TEST_F(VLTroubleshootingUtilsTest, GatheringMirrorsBothDomainsIntoAZipOnTheDesktop)
 {
     // Two domains of logs, crash reports and preferences, with a link, a dangling link and
-    // names with spaces; each path is listed with whether it must be gathered.
-    const QString machine = sandbox.sysPath(QStringLiteral("/Library/"));
-    const std::pair<QString, bool> tree[] = {
-        {userPath(QStringLiteral("Logs/Velmora/My App.1.log")), true},
-        {userPath(QStringLiteral("Logs/Velmora/My App.1.task.log")), true},
-        {userPath(QStringLiteral("Logs/Velmora/My App.txt")), false},
-        {userPath(QStringLiteral("Logs/Velmora/Other.1.log")), false},
-        {userPath(QStringLiteral("Logs/DiagnosticReports/My App_2024-05-01.ips")), true},
-        {userPath(QStringLiteral("Logs/DiagnosticReports/My Apple_2024-05-01.crash")), false},
-        {userPath(QStringLiteral("Preferences/com.velmora.MyApp.plist")), true},
-        {userPath(QStringLiteral("Preferences/com.velmora.myapp.plist")), false}, // the exact form was found
-        {userPath(QStringLiteral("Preferences/com.velmora.secondtool.plist")), true},
-        {machine + QStringLiteral("Logs/Velmora/Second Tool.1.log"), true},
-        {machine + QStringLiteral("Logs/CrashReporter/My App_2024.crash"), true},
-        {machine + QStringLiteral("Preferences/com.velmora.My App.plist"), false},
-        {sandbox.tmpPath(QStringLiteral("notes for support.txt")), true}, // passed as an additional file
-        {sandbox.homePath(QStringLiteral("elsewhere/real.crash")), false},
-    };
+    // names with spaces; each row says whether its file must be gathered.
+    const QMap<QString, QString> roots{{QStringLiteral("user"), userPath(QString())}, {QStringLiteral("machine"), sandbox.sysPath(QStringLiteral("/Library/"))},
+                                       {QStringLiteral("home"), sandbox.homePath(QString())}, {QStringLiteral("tmp"), sandbox.tmpPath(QString())}};
+    const QJsonArray rows = vltest::dataRows("VLTroubleshootingUtilsGathering");
+    ASSERT_FALSE(rows.isEmpty());
     QStringList wanted;
-    for (const auto& [path, gathered] : tree) {
-        ASSERT_TRUE(writeFile(path, path.toUtf8()));
-        if (gathered)
+    for (const QJsonValue& value : rows) {
+        const QJsonObject row = value.toObject();
+        const QString path = roots.value(row[u"in"].toString()) + row[u"path"].toString();
+        ASSERT_TRUE(writeFile(path, path.toUtf8())) << row[u"why"].toString().toStdString();
+        if (row[u"gathered"].toBool())
             wanted << path;
     }
     const QString linked = userPath(QStringLiteral("Logs/CrashReporter/My App_linked.crash"));
