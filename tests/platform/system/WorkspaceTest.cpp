@@ -91,12 +91,10 @@ TEST_F(WorkspaceTest, CopyKeepsLinksAndPermissionsNeverOverwritesAndLeavesNoPart
 
 TEST_F(WorkspaceTest, PackagesVolumesAndApplicationLookup)
 {
-    for (const char* folder : {"A.app", "B.PrefPane", "H.app.zip"})
-        ASSERT_TRUE(box.makeDir(path(folder)));
-    ASSERT_TRUE(box.writeFile(path("F.app"), "x"));
-    const std::pair<const char*, bool> packages[] = {{"A.app", true}, {"B.PrefPane", true}, {"A.app/", true}, {"F.app", false}, {"H.app.zip", false}, {"Missing.app", false}};
-    for (const auto& [name, isPackage] : packages)
-        EXPECT_EQ(workspace.isPackage(path(name)), isPackage) << name;
+    // A folder with a package extension, read from the path as the platform reads it.
+    ASSERT_TRUE(box.makeDir(path("A.App")) && box.makeDir(path("H.app.zip")) && box.writeFile(path("F.app"), "x"));
+    EXPECT_TRUE(workspace.isPackage(path("A.App/"))) << "the extension in any case, a trailing slash ignored";
+    EXPECT_FALSE(workspace.isPackage(path("F.app")) || workspace.isPackage(path("H.app.zip")));
     ASSERT_TRUE(box.makeDir(box.sysPath("/Volumes/Tessel 2")));
     const QStringList volumes = workspace.mountedLocalVolumes();
     EXPECT_TRUE(volumes.value(0) == "/" && volumes.count("/") == 1 && volumes.contains(box.sysPath("/Volumes/Tessel 2"))) << volumes.join(", ").toStdString();
