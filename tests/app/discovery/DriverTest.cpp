@@ -3,7 +3,6 @@
 
 #include "DiscoveryFixture.h"
 #include "discovery/CheckReport.h"
-#include "discovery/Network.h"
 #include "support/ChildProcess.h"
 #include "support/RecordingUserInterface.h"
 
@@ -18,11 +17,6 @@ namespace {
 
 class Driver : public DiscoveryFixture {
 protected:
-    void TearDown() override
-    {
-        discovery::setTransferTimeoutMsForTesting(0);
-        DiscoveryFixture::TearDown();
-    }
     QString appPath(const QString& name) const { return sysPath(QStringLiteral("/Applications/%1.app").arg(name)); }
     // An installed bundle as a build leaves it: a real application's Info.plist with its build
     // settings filled in (identifier "com.velmora.<name>", build 1), and the vendor's descriptor.
@@ -127,14 +121,14 @@ TEST_F(Driver, ACancelPartWayLetsTheQueuedChecksRunButShowsNoListOrAlert)
     auto recording = std::make_unique<vltest::RecordingUserInterface>();
     const vltest::RecordingUserInterface& ui = *recording;
     controller_ = AppController::init(std::move(recording));
-    // Twelve applications whose feeds never answer: the four workers wait on the first four.
+    // Twelve applications whose feeds answer slowly: the four workers wait on the first four.
     QJsonObject routes;
     for (int i = 0; i < 12; ++i) {
         sparkleApp(QStringLiteral("Slow%1").arg(i), corpusFeed(QStringLiteral("maccy-single-item-cdata-html-description.xml")));
-        routes.insert(QStringLiteral("/feeds/Slow%1.xml").arg(i), QJsonObject{{QStringLiteral("hang"), true}});
+        routes.insert(QStringLiteral("/feeds/Slow%1.xml").arg(i),
+                      QJsonObject{{QStringLiteral("file"), QStringLiteral("feeds/Slow%1.xml").arg(i)}, {QStringLiteral("delay_ms"), 2000}});
     }
     ASSERT_TRUE(server_->setRoutes(routes));
-    discovery::setTransferTimeoutMsForTesting(3000);
 
     std::atomic<bool> done{false};
     std::thread check([&] {
