@@ -257,16 +257,15 @@ TEST_F(WindowsTest, AlertsAreSheetsOfTheMainWindowOrFreeStandingWhenItShowsOne)
     EXPECT_TRUE(sys::UserDefaults::standard().boolForKey(key));
     QTest::keyClick(box, Qt::Key_Return);
     windows_->endProgress();
-    // The controller's alert is a sheet; "No updates found" quits on Return only with autoQuit.
-    for (const int autoQuit : {0, 1}) {
-        sys::UserDefaults::standard().setInteger(autoQuit, prefs::kAutoQuit);
-        controller_->showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date."));
-        box = waitForAlert();
-        ASSERT_TRUE(box);
-        EXPECT_TRUE(box->parentWidget() == &main() && box->windowModality() == Qt::WindowModal);
-        QTest::keyClick(box, Qt::Key_Return);
-        EXPECT_EQ(terminated(), autoQuit == 1);
-    }
+    // The controller's alert is a sheet; "No updates found" does not quit on Return without
+    // autoQuit (the windowed end-to-end test presses it with autoQuit and sees the quit).
+    sys::UserDefaults::standard().setInteger(0, prefs::kAutoQuit);
+    controller_->showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date."));
+    box = waitForAlert();
+    ASSERT_TRUE(box);
+    EXPECT_TRUE(box->parentWidget() == &main() && box->windowModality() == Qt::WindowModal);
+    QTest::keyClick(box, Qt::Key_Return);
+    EXPECT_FALSE(terminated());
 }
 
 TEST(ReleaseNotesBrowser, LoadsImagesOnlyFromItsResourceFolder)
