@@ -11,6 +11,8 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 
 #include <thread>
 
@@ -175,15 +177,15 @@ TEST(ProcessCheck, TheWholeLastComponentMustMatch)
     EXPECT_FALSE(AppController::isProcessRunning(QStringLiteral("MyTessel")));
 }
 
+// One row per kind of rule, and the quirk kept, in data/NameFilter.json.
 TEST(NameFilter, RulesAreTestedOnTheLowerCasedLastComponent)
 {
-    // One row per kind of rule (a leading dot, a whole name, a part, a prefix), and the quirk kept.
-    const QList<QPair<const char*, bool>> cases = {
-        {"/A/.hidden", true}, {"/A/HTML", true}, {"/A/html5", false}, {"/A/Pineapple.app", true}, {"/A/WacomTablet", true},
-        {"/A/My Wacom", false}, {"/A/QuickTime Player.app", false}, // the table's entry keeps a capital T: never matches
-        {"/A/Support/", true}, {"/A/Velmora Tool.app", false}};
-    for (const auto& [path, skipped] : cases)
-        EXPECT_EQ(AppController::isFileBlacklisted(QString::fromUtf8(path)), skipped) << path;
+    QFile data(QStringLiteral(VELMORA_SOURCE_DIR "/tests/app/discovery/data/NameFilter.json"));
+    ASSERT_TRUE(data.open(QIODevice::ReadOnly));
+    const QJsonArray rows = QJsonDocument::fromJson(data.readAll()).array();
+    ASSERT_FALSE(rows.isEmpty());
+    for (const QJsonValue& r : rows)
+        EXPECT_EQ(AppController::isFileBlacklisted(r[u"path"].toString()), r[u"skipped"].toBool()) << r[u"why"].toString().toStdString();
 }
 
 namespace {
