@@ -17,14 +17,10 @@
 #include <QStringDecoder>
 #include <QUrl>
 
-#include <atomic>
 #include <memory>
 
 namespace discovery {
 namespace {
-
-constexpr int kDefaultTransferTimeoutMs = 60000;
-std::atomic<int> gTransferTimeoutMs{0};
 
 // How much of an undecodable body the conversion error shows: enough to recognise an error
 // page, bounded so that a huge body cannot flood the log and standard output.
@@ -41,7 +37,7 @@ QNetworkRequest makeRequest(const QUrl& url)
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
     request.setMaximumRedirectsAllowed(kMaxRedirects);
-    request.setTransferTimeout(transferTimeoutMs());
+    request.setTransferTimeout(kTransferTimeoutMs);
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
@@ -123,17 +119,6 @@ void performRequest(QNetworkAccessManager& manager, const QUrl& url, FetchResult
 QString FetchResult::errorText() const
 {
     return QStringLiteral("Error Domain=QNetworkReply Code=%1 \"%2\"").arg(errorCode).arg(errorDescription);
-}
-
-int transferTimeoutMs()
-{
-    const int ms = gTransferTimeoutMs.load();
-    return ms > 0 ? ms : kDefaultTransferTimeoutMs;
-}
-
-void setTransferTimeoutMsForTesting(int ms)
-{
-    gTransferTimeoutMs.store(ms);
 }
 
 FetchResult fetchURL(const QString& address)

@@ -14,7 +14,7 @@
 // the server sent it, as a URL session does.
 //
 // Limits that keep a hostile or broken server from hanging the updater or filling memory:
-// a request during which no data moves for transferTimeoutMs() (60 s) fails with "The
+// a request during which no data moves for kTransferTimeoutMs (60 s) fails with "The
 // request timed out.", and a body larger than kMaxBodyBytes (64 MiB) fails with "The
 // response is too large." as soon as the size is known or exceeded.
 
@@ -29,6 +29,7 @@ namespace discovery {
 
 inline constexpr int kMaxRedirects = 16;
 inline constexpr qint64 kMaxBodyBytes = 64LL * 1024 * 1024;
+inline constexpr int kTransferTimeoutMs = 60000;
 
 struct FetchResult {
     std::optional<QByteArray> data;  // nullopt on error
@@ -48,10 +49,5 @@ struct FetchResult {
 // (QNetworkReply::OperationCanceledError); a later request starts its calling thread's
 // network thread again. Any thread except a network thread.
 void stopNetworkThreads();
-
-// The stall time-out in milliseconds: 60000 unless a test shortened it.
-int transferTimeoutMs();
-// Tests only: sets the stall time-out (milliseconds); 0 restores the default.
-void setTransferTimeoutMsForTesting(int ms);
 
 } // namespace discovery

@@ -217,7 +217,6 @@ void WidgetsUserInterface::hideApplication()
 
 void WidgetsUserInterface::terminateApplication()
 {
-    terminationRequested_ = true;
     finish();
     QCoreApplication::exit(0);
 }

@@ -31,7 +31,6 @@ public:
     void attach(AppController& controller);
     // Once: the controller's termination and the window's state. Also on the application's quit.
     void finish();
-    bool terminationRequested() const { return terminationRequested_; }
 
     MainWindow* mainWindow() const { return mainWindow_.get(); }
     UpdateWindow* updateWindow() const { return updateWindow_.get(); }
@@ -81,5 +80,4 @@ private:
     std::unique_ptr<UpdateWindow> updateWindow_;
     std::shared_ptr<VLAlert> installPanelSheet_; // the running-application sheet, while it is up
     bool finished_ = false;
-    bool terminationRequested_ = false;
 };

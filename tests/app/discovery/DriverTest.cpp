@@ -1,16 +1,22 @@
 // The full check: dozens of bundles checked four at a time, a cancel part-way through, forced
-// identifiers, and the process test.
+// identifiers, and the process test; then the installed-app scans it starts from (the name
+// filter, which folders are walked, the descriptor lookup, group identifiers, link loops and
+// cancellation).
 
 #include "DiscoveryFixture.h"
 #include "discovery/CheckReport.h"
-#include "discovery/Network.h"
 #include "support/ChildProcess.h"
 #include "support/RecordingUserInterface.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 
 #include <thread>
+
+#include <sys/stat.h>
 
 using vltest::DiscoveryFixture;
 
@@ -18,11 +24,6 @@ namespace {
 
 class Driver : public DiscoveryFixture {
 protected:
-    void TearDown() override
-    {
-        discovery::setTransferTimeoutMsForTesting(0);
-        DiscoveryFixture::TearDown();
-    }
     QString appPath(const QString& name) const { return sysPath(QStringLiteral("/Applications/%1.app").arg(name)); }
     // An installed bundle as a build leaves it: a real application's Info.plist with its build
     // settings filled in (identifier "com.velmora.<name>", build 1), and the vendor's descriptor.
@@ -127,14 +128,14 @@ TEST_F(Driver, ACancelPartWayLetsTheQueuedChecksRunButShowsNoListOrAlert)
     auto recording = std::make_unique<vltest::RecordingUserInterface>();
     const vltest::RecordingUserInterface& ui = *recording;
     controller_ = AppController::init(std::move(recording));
-    // Twelve applications whose feeds never answer: the four workers wait on the first four.
+    // Twelve applications whose feeds answer slowly: the four workers wait on the first four.
     QJsonObject routes;
     for (int i = 0; i < 12; ++i) {
         sparkleApp(QStringLiteral("Slow%1").arg(i), corpusFeed(QStringLiteral("maccy-single-item-cdata-html-description.xml")));
-        routes.insert(QStringLiteral("/feeds/Slow%1.xml").arg(i), QJsonObject{{QStringLiteral("hang"), true}});
+        routes.insert(QStringLiteral("/feeds/Slow%1.xml").arg(i),
+                      QJsonObject{{QStringLiteral("file"), QStringLiteral("feeds/Slow%1.xml").arg(i)}, {QStringLiteral("delay_ms"), 2000}});
     }
     ASSERT_TRUE(server_->setRoutes(routes));
-    discovery::setTransferTimeoutMsForTesting(3000);
 
     std::atomic<bool> done{false};
     std::thread check([&] {
@@ -174,4 +175,112 @@ TEST(ProcessCheck, TheWholeLastComponentMustMatch)
     EXPECT_TRUE(AppController::isProcessRunning(QStringLiteral("MyTesselTest")));
     EXPECT_FALSE(AppController::isProcessRunning(QStringLiteral("TesselTest")));
     EXPECT_FALSE(AppController::isProcessRunning(QStringLiteral("MyTessel")));
+}
+
+// One row per kind of rule, and the quirk kept, in data/NameFilter.json.
+TEST(NameFilter, RulesAreTestedOnTheLowerCasedLastComponent)
+{
+    QFile data(QStringLiteral(VELMORA_SOURCE_DIR "/tests/app/discovery/data/NameFilter.json"));
+    ASSERT_TRUE(data.open(QIODevice::ReadOnly));
+    const QJsonArray rows = QJsonDocument::fromJson(data.readAll()).array();
+    ASSERT_FALSE(rows.isEmpty());
+    for (const QJsonValue& r : rows)
+        EXPECT_EQ(AppController::isFileBlacklisted(r[u"path"].toString()), r[u"skipped"].toBool()) << r[u"why"].toString().toStdString();
+}
+
+namespace {
+
+class Scan : public DiscoveryFixture {
+protected:
+    QString apps_;
+    void SetUp() override
+    {
+        DiscoveryFixture::SetUp();
+        apps_ = sysPath(QStringLiteral("/Applications"));
+        const QVariantMap groupA = {{QStringLiteral("VLGroupID"), QStringLiteral("grpA")}};
+        makeBundle(apps_ + QStringLiteral("/One.app"), QStringLiteral("com.velmora.One"), QStringLiteral("1"), groupA);
+        makeBundle(apps_ + QStringLiteral("/Utilities/Two.app"), QStringLiteral("com.velmora.Two"), QStringLiteral("1"),
+                   QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpB")}});
+        // A Sparkle application with a group: its group counts for the bundle scan only.
+        makeBundle(apps_ + QStringLiteral("/Feed.app"), QStringLiteral("com.velmora.Feed"), QStringLiteral("1"),
+                   QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpC")},
+                               {QStringLiteral("SUFeedURL"), QStringLiteral("https://x/f.xml")}});
+        // Not a vendor bundle for the group scan (foreign identifier), still found by the bundle scan.
+        makeBundle(apps_ + QStringLiteral("/Other.app"), QStringLiteral("org.other.App"), QStringLiteral("1"),
+                   QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpD")}});
+        makeBundle(apps_ + QStringLiteral("/Plain.app"), QStringLiteral("com.velmora.Plain"), QStringLiteral("1"), std::nullopt);
+        makeBundle(apps_ + QStringLiteral("/Adobe Stuff/Hidden.app"), QStringLiteral("com.velmora.H"), QStringLiteral("1"), groupA);
+        makeBundle(apps_ + QStringLiteral("/Extras.localized"), QStringLiteral("com.velmora.Extras"), QStringLiteral("1"), groupA);
+        makeBundle(apps_ + QStringLiteral("/Extras.localized/Inner.app"), QStringLiteral("com.velmora.Inner"), QStringLiteral("1"), groupA);
+        QFile::link(apps_, apps_ + QStringLiteral("/Utilities/Back")); // an absolute link to an ancestor
+        QFile::link(QStringLiteral(".."), apps_ + QStringLiteral("/Utilities/Up")); // a relative one
+    }
+};
+
+QStringList sorted(QStringList list)
+{
+    list.sort();
+    return list;
+}
+
+} // namespace
+
+TEST_F(Scan, BundleScanFindsDescriptorsAndTheirGroups)
+{
+    // The descriptor in Resources wins over the one in Contents; an unreadable one counts as empty.
+    const QString both = makeBundle(apps_ + QStringLiteral("/Both.app"), QStringLiteral("com.velmora.Both"), QStringLiteral("1"),
+                                    QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("fromResources")}});
+    ASSERT_TRUE(plist::writeXmlFileAtomically(QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("fromContents")}},
+                                              both + QStringLiteral("/Contents/VLUpdates.plist")));
+    const QString junk = makeBundle(apps_ + QStringLiteral("/Junk.app"), QStringLiteral("com.velmora.Junk"), QStringLiteral("1"), std::nullopt);
+    QFile bad(junk + QStringLiteral("/Contents/VLUpdates.plist"));
+    ASSERT_TRUE(bad.open(QIODevice::WriteOnly) && bad.write("not a plist") > 0);
+    bad.close();
+    // A link is taken for what it names: a linked folder is walked, a linked file is no
+    // bundle. A name that is not valid UTF-8 is not reached by the path made of it.
+    const QString elsewhere = sysPath(QStringLiteral("/Elsewhere"));
+    makeBundle(elsewhere + QStringLiteral("/Linked.app"), QStringLiteral("com.velmora.Linked"), QStringLiteral("1"),
+               QVariantMap{{QStringLiteral("VLGroupID"), QStringLiteral("grpE")}});
+    ASSERT_TRUE(QFile::link(elsewhere, apps_ + QStringLiteral("/Shortcut")));
+    ASSERT_TRUE(QFile::link(apps_ + QStringLiteral("/One.app/Contents/Info.plist"), apps_ + QStringLiteral("/File.app")));
+    ASSERT_EQ(::mkdir((QFile::encodeName(apps_) + "/Bad\xff").constData(), 0755), 0);
+
+    std::optional<QStringList> groups;
+    const std::optional<QStringList> bundles = controller_->VLAppsInFolder(apps_, &groups);
+    ASSERT_TRUE(bundles && groups);
+    EXPECT_EQ(sorted(*bundles), sorted({apps_ + QStringLiteral("/One.app"), apps_ + QStringLiteral("/Utilities/Two.app"),
+                                        apps_ + QStringLiteral("/Feed.app"), apps_ + QStringLiteral("/Other.app"),
+                                        apps_ + QStringLiteral("/Extras.localized"), both, junk,
+                                        apps_ + QStringLiteral("/Shortcut/Linked.app")}));
+    EXPECT_EQ(sorted(*groups), sorted({QStringLiteral("grpA"), QStringLiteral("grpB"), QStringLiteral("grpC"), QStringLiteral("grpD"),
+                                       QStringLiteral("grpA"), QStringLiteral("fromResources"), QStringLiteral("grpE")}));
+    const QString log = vltest::LogFixture::logText();
+    EXPECT_TRUE(log.contains(QStringLiteral("Warning: Symbolic link links back to itself.")));
+    EXPECT_FALSE(log.contains(QStringLiteral("Error getting contents of directory"))) << log.toStdString();
+}
+
+TEST_F(Scan, GroupScanKeepsVendorGroupMembersOnly)
+{
+    const std::optional<QStringList> groups = controller_->groupIDsInFolder(apps_);
+    ASSERT_TRUE(groups);
+    EXPECT_EQ(sorted(*groups), sorted({QStringLiteral("grpA"), QStringLiteral("grpB"), QStringLiteral("grpA")}));
+    EXPECT_TRUE(controller_->groupIDExists(QStringLiteral("grpB")));
+    EXPECT_FALSE(controller_->groupIDExists(QStringLiteral("grpC")));
+    EXPECT_FALSE(controller_->groupIDExists(QStringLiteral("GRPB")));
+}
+
+TEST_F(Scan, FailuresAndCancellationGiveNothing)
+{
+    std::optional<QStringList> groups = QStringList{QStringLiteral("stale")};
+    EXPECT_FALSE(controller_->VLAppsInFolder(apps_ + QStringLiteral("/Missing"), &groups));
+    EXPECT_FALSE(groups);
+    EXPECT_TRUE(vltest::LogFixture::logText().contains(QStringLiteral("Error getting contents of directory")));
+    // A folder that is a link back to an ancestor is refused at once.
+    EXPECT_FALSE(controller_->VLAppsInFolder(apps_ + QStringLiteral("/Utilities/Back")));
+
+    controller_->updateCancelled = true;
+    groups = QStringList();
+    EXPECT_FALSE(controller_->VLAppsInFolder(apps_, &groups));
+    EXPECT_FALSE(groups);
+    EXPECT_FALSE(controller_->groupIDsInFolder(apps_));
 }

@@ -10,6 +10,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +47,16 @@ Outcome corpus(const char* name, qint64 installed)
 {
     QFile file(kCorpus + QString::fromLatin1(name));
     return sparkle(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), installed);
+}
+
+// One table of data/FeedRules.json: a row per rule, each with its reason in "why".
+QJsonArray rows(const char* table)
+{
+    QFile file(QStringLiteral(VELMORA_SOURCE_DIR "/tests/app/discovery/data/FeedRules.json"));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonArray rows = QJsonDocument::fromJson(file.readAll())[QLatin1String(table)].toArray();
+    EXPECT_FALSE(rows.isEmpty()) << table;
+    return rows;
 }
 
 QByteArray enclosure(const QByteArray& attributes, const QByteArray& itemExtra = "<title>T</title>")
@@ -87,24 +100,13 @@ TEST_F(FeedRules, EveryCorpusAppcastIsReadAndEachRuleOfTheFirstItemHasItsRow)
         EXPECT_TRUE(out.verdict != EnclosureVerdict::Update || out.record.value(record::kUrl).toString().startsWith(QStringLiteral("http")))
             << file.toStdString();
     }
-    struct Row { const char* file; qint64 installed; std::optional<EnclosureVerdict> verdict; const char* newVersion; const char* title; };
-    const QList<Row> rows = {
-        // Oldest item first: only the first item counts, whatever the later ones say.
-        {"amethyst-2014-http-oldest-item-first.xml", 1, EnclosureVerdict::Update, "2", "Version 0.7"},
-        // Dotted versions read as their first number, and an equal build is not newer.
-        {"alttab-283-items-releasenoteslink-minsysver.xml", 10, EnclosureVerdict::Update, "11.4.3", "Version 11.4.3"},
-        {"alttab-283-items-releasenoteslink-minsysver.xml", 11, EnclosureVerdict::UpToDate, nullptr, nullptr},
-        // shortVersionString precedes the version: read first, then the walk stops at the version.
-        {"qlmarkdown-italian-pubdates-cdata-50-items.xml", 53, EnclosureVerdict::UpToDate, nullptr, nullptr},
-        // Versions as child elements: no sparkle:version, so no newVersion, still an update.
-        {"coteditor-version-child-elements-prerelease-channel-first.xml", 99, EnclosureVerdict::Update, nullptr, "CotEditor 7.1.0-beta.2"},
-    };
-    for (const Row& r : rows) {
-        const Outcome out = corpus(r.file, r.installed);
-        ASSERT_EQ(out.verdict, r.verdict) << r.file;
-        if (r.verdict == EnclosureVerdict::Update) {
-            EXPECT_EQ(out.record.value(record::kNewVersion), r.newVersion ? QVariant(QString::fromLatin1(r.newVersion)) : QVariant()) << r.file;
-            EXPECT_EQ(out.record.value(record::kTitle).toString(), QString::fromLatin1(r.title)) << r.file;
+    for (const QJsonValue& r : rows("corpusFirstItems")) {
+        const std::string why = r[u"why"].toString().toStdString();
+        const Outcome out = corpus(r[u"file"].toString().toLatin1().constData(), r[u"installed"].toInteger());
+        ASSERT_EQ(out.verdict, r[u"update"].toBool() ? EnclosureVerdict::Update : EnclosureVerdict::UpToDate) << why;
+        if (r[u"update"].toBool()) {
+            EXPECT_EQ(out.record.value(record::kNewVersion), r[u"newVersion"].isNull() ? QVariant() : QVariant(r[u"newVersion"].toString())) << why;
+            EXPECT_EQ(out.record.value(record::kTitle).toString(), r[u"title"].toString()) << why;
         }
     }
     // The first enclosure's EdDSA signature is read (not its DSA one); no manualOnly attribute, no key.
@@ -137,15 +139,8 @@ TEST_F(FeedRules, EnclosureAttributesAreWalkedInDocumentOrder)
 
 TEST_F(FeedRules, MinimumOSBlocksOnlyWithSixCharactersOnBothSides)
 {
-    struct Case { const char* minOS; const char* system; bool blocks; };
-    const QList<Case> cases = {
-        {"10.15.8", "10.15.7", true}, {"10.15.7", "10.15.7", false},
-        {"10.16", "10.15.7", false}, // five characters: never blocks
-        {"14.0.0", "13.4", false},   // a four-character system version never compares
-        {"13.10.0", "13.9.1", true}, // numbers inside compare by value
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(discovery::minOSBlocks(QString::fromLatin1(c.minOS), QString::fromLatin1(c.system)), c.blocks) << c.minOS;
+    for (const QJsonValue& r : rows("minimumOS"))
+        EXPECT_EQ(discovery::minOSBlocks(r[u"minOS"].toString(), r[u"system"].toString()), r[u"blocks"].toBool()) << r[u"why"].toString().toStdString();
 }
 
 TEST_F(FeedRules, BrokenAndHostileAppcasts)
@@ -168,20 +163,16 @@ TEST_F(FeedRules, BrokenAndHostileAppcasts)
 
 TEST_F(FeedRules, GroupAndSelfReleasesComeFromMainOrBetaWithNewVersionFromMain)
 {
-    struct Case { QVariant main; std::optional<int> beta; const char* chosen; };
-    const QList<Case> cases = {
-        {QVariant(qlonglong(3)), std::nullopt, nullptr}, {QVariant(QStringLiteral("4.9")), std::nullopt, "main"}, // numeric string
-        {QVariant(QStringLiteral("abc")), std::nullopt, nullptr}, {QVariant(qlonglong(3)), 5, "beta"},
-        {QVariant(qlonglong(5)), 5, "main"}, // a tie keeps the main feed
-    };
-    for (const Case& c : cases) {
-        const auto beta = c.beta ? std::optional(release(qlonglong(*c.beta), QStringLiteral("beta"))) : std::nullopt;
-        const discovery::GroupOutcome out = group(release(c.main, QStringLiteral("main")), beta);
-        ASSERT_EQ(out.verdict, c.chosen ? GroupVerdict::Update : GroupVerdict::NotNewer) << c.main.toString().toStdString();
-        if (c.chosen) {
-            EXPECT_EQ(out.record.value(record::kNewVersion), c.main);
-            EXPECT_EQ(out.record.value(record::kTitle).toString(), QString::fromLatin1(c.chosen));
-            EXPECT_FALSE(out.record.contains(QStringLiteral("beta")));
+    for (const QJsonValue& r : rows("mainOrBeta")) {
+        const std::string why = r[u"why"].toString().toStdString();
+        const QVariant main = r[u"main"].isString() ? QVariant(r[u"main"].toString()) : QVariant(qlonglong(r[u"main"].toInteger()));
+        const auto beta = r[u"beta"].isNull() ? std::nullopt : std::optional(release(qlonglong(r[u"beta"].toInteger()), QStringLiteral("beta")));
+        const discovery::GroupOutcome out = group(release(main, QStringLiteral("main")), beta);
+        ASSERT_EQ(out.verdict, r[u"chosen"].isNull() ? GroupVerdict::NotNewer : GroupVerdict::Update) << why;
+        if (!r[u"chosen"].isNull()) {
+            EXPECT_EQ(out.record.value(record::kNewVersion), main) << why;
+            EXPECT_EQ(out.record.value(record::kTitle).toString(), r[u"chosen"].toString()) << why;
+            EXPECT_FALSE(out.record.contains(QStringLiteral("beta"))) << why;
         }
     }
     // The updater's own release: title and signature of the chosen (beta) release.

@@ -1,8 +1,14 @@
-// The download object against the local HTTPS server: the delegate order, the body on disk,
-// decoding by MIME type, and that every failure and a cancel leave no file behind.
+// A download: its stored name (the URL's last path component as the platform takes it, every
+// name that could reach outside the download folder refused), the transfer-encoding decoders'
+// refusals, and the download object against the local HTTPS server (the delegate order, the
+// body on disk, decoding by MIME type, and that every failure and a cancel leave no file behind).
+#include "install/BinHexDecoder.h"
 #include "install/Download.h"
+#include "install/DownloadPath.h"
+#include "install/MacBinaryDecoder.h"
 
 #include "support/MacEncodings.h"
+#include "support/QtPrinters.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TestServer.h"
 
@@ -13,6 +19,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRandomGenerator>
@@ -22,6 +29,75 @@
 #include <tuple>
 
 namespace {
+
+QByteArray randomBytes(qsizetype n)
+{
+    QByteArray b(n, 0);
+    for (auto& c : b)
+        c = char(QRandomGenerator::global()->bounded(256));
+    return b;
+}
+
+// One row per rule in data/DownloadNames.json; "component" null: not a URL.
+TEST(DownloadName, LastComponentAndSafety)
+{
+    QFile data(QStringLiteral(VELMORA_SOURCE_DIR "/tests/app/install/data/DownloadNames.json"));
+    ASSERT_TRUE(data.open(QIODevice::ReadOnly));
+    const QJsonArray rows = QJsonDocument::fromJson(data.readAll()).array();
+    ASSERT_FALSE(rows.isEmpty());
+    for (const QJsonValue& row : rows) {
+        const QString url = row[u"url"].toString();
+        const std::optional<QString> component = row[u"component"].isNull() ? std::nullopt : std::optional(row[u"component"].toString());
+        EXPECT_EQ(install::urlLastPathComponent(url), component) << row[u"why"].toString().toStdString();
+        EXPECT_EQ(install::safeDownloadName(url), row[u"safe"].toBool() ? component : std::nullopt) << row[u"why"].toString().toStdString();
+    }
+    // An encoded NUL is refused, and only a safe name is joined to a folder.
+    const QString nul = QStringLiteral("https://ex.com/a/x%00y.dmg");
+    EXPECT_EQ(install::urlLastPathComponent(nul), QString(QStringLiteral("x")) + QChar(0) + QStringLiteral("y.dmg"));
+    EXPECT_FALSE(install::safeDownloadName(nul).has_value());
+    EXPECT_FALSE(install::downloadFilePath(QStringLiteral("/tmp/T"), QStringLiteral("https://e.x/..")).has_value());
+    EXPECT_FALSE(install::downloadFilePath(QString(), QStringLiteral("https://e.x/A.dmg")).has_value());
+}
+
+// Decodes `input` fed in chunks of `chunk` bytes; nullopt (with an error) when refused. That the
+// data fork comes through whatever the chunking is the decoder fuzz targets' encode mode.
+template <typename Decoder>
+std::optional<QByteArray> decode(const QByteArray& input, qsizetype chunk)
+{
+    Decoder d;
+    QByteArray out;
+    for (qsizetype i = 0; i < input.size(); i += chunk) {
+        if (!d.feed(QByteArrayView(input).sliced(i, std::min(chunk, input.size() - i)), out)) {
+            EXPECT_FALSE(d.error().isEmpty());
+            return std::nullopt;
+        }
+    }
+    if (!d.finish()) {
+        EXPECT_FALSE(d.error().isEmpty());
+        return std::nullopt;
+    }
+    return out;
+}
+
+TEST(SourceDecoding, WhatIsNotTheFormatOrIsDamagedIsRefused)
+{
+    const QByteArray good = vltest::encodeMacBinary("payload", {});
+    QByteArray damagedCrc = good;
+    damagedCrc[124] = char(damagedCrc[124] ^ 0xFF);
+    QByteArray notZero = good;
+    notZero[0] = 1;
+    QByteArray noName = vltest::encodeMacBinary("payload", {}, false);
+    noName[1] = 0;
+    for (const QByteArray& input : {damagedCrc, notZero, noName, good.left(128 + 3), QByteArray("<html>not found</html>").leftJustified(300, ' ')})
+        EXPECT_FALSE(decode<install::MacBinaryDecoder>(input, 64).has_value());
+
+    const QByteArray hqx = vltest::encodeBinHex(randomBytes(2000), {});
+    QByteArray badChar = hqx;
+    badChar[hqx.indexOf('\n', hqx.indexOf(':')) + 5] = '~';
+    for (const QByteArray& input : {vltest::encodeBinHex("abcdef", {}, true), badChar, hqx.left(hqx.size() / 2) + ":", hqx.left(hqx.size() / 2),
+                                    QByteArray("no colon anywhere")})
+        EXPECT_FALSE(decode<install::BinHexDecoder>(input, 16).has_value());
+}
 
 struct Outcome {
     QStringList events; // "response", "data", "finish", "fail"
@@ -34,9 +110,7 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(files_.isValid());
-        body_.resize(300000);
-        for (auto& c : body_)
-            c = char(QRandomGenerator::global()->bounded(256));
+        body_ = randomBytes(300000);
         serve(QStringLiteral("update.dmg"), body_);
         vltest::TestServerOptions options;
         options.root = files_.path();

@@ -1,5 +1,7 @@
 // The windows with the real controller on Qt's offscreen platform: the list and Install, the
-// install sheet, the prompt, alerts asked from a worker, and accessible names on every control.
+// install sheet, the prompt, alerts asked from a worker, and accessible names on every control;
+// and the update list's rules as the controller serves them (columns, release notes and their
+// links) and the Help menu's log.
 // Tests that start a worker wait for it with waitUntil(), which keeps this thread serving it.
 
 #include "AppController.h"
@@ -16,6 +18,7 @@
 #include "platform/plist/PropertyList.h"
 #include "platform/system/UserDefaults.h"
 #include "shared/VLAlert.h"
+#include "shared/VLBugReporter.h"
 
 #include "support/LogFixture.h"
 #include "support/QtPrinters.h"
@@ -53,6 +56,7 @@ protected:
         log_.environment().set("VELMORA_UPDATE_SERVER", QStringLiteral("https://127.0.0.1:9"));
         ASSERT_TRUE(QDir().mkpath(log_.path(QStringLiteral("tmp"))));
         ASSERT_TRUE(QDir().mkpath(log_.path(QStringLiteral("sysroot/Applications"))));
+        sys::UserDefaults::standard().removeObjectForKey(VLBugReporter::exitKey());
         auto windows = std::make_unique<WidgetsUserInterface>(QString());
         windows_ = windows.get();
         controller_ = AppController::init(std::move(windows));
@@ -120,6 +124,8 @@ protected:
         controller_->applicationDidFinishLaunching();
         return *windows_->updateWindow();
     }
+    // The application's quit ran: it records the exit date, as every quit does.
+    static bool terminated() { return sys::UserDefaults::standard().objectForKey(VLBugReporter::exitKey()).isValid(); }
     bool checkRunning() { return !std::unique_lock(controller_->controllerLock, std::try_to_lock).owns_lock(); }
 
     vltest::LogFixture log_;
@@ -166,7 +172,7 @@ TEST_F(WindowsTest, ACheckListsTheUpdateSelectsItAndTheCheckColumnDrivesInstall)
     const QString image = controller_->dataArray.value(0).value(record::kUrl).toString();
     Q_EMIT main().webView()->anchorClicked(QUrl(image));
     EXPECT_EQ(workspace_.opened(), QStringList{image});
-    EXPECT_TRUE(windows_->terminationRequested());
+    EXPECT_TRUE(terminated());
 }
 
 TEST_F(WindowsTest, ReturnInstallsAndEscapeOnTheSheetCancelsTheDownload)
@@ -203,7 +209,7 @@ TEST_F(WindowsTest, ThePromptShowsTheStoredStartupChoiceAndItsButtonsStore)
     window.skipButton()->click();
     EXPECT_EQ(sys::readGlobalPreferences().value(prefs::kSkippedVersions).toMap().value(QStringLiteral("com.velmora.Notes")),
               QVariant(QStringLiteral("130")));
-    EXPECT_TRUE(windows_->terminationRequested());
+    EXPECT_TRUE(terminated());
 }
 
 TEST_F(WindowsTest, ReturnInThePromptHandsOverToTheMainWindowAndInstalls)
@@ -215,7 +221,7 @@ TEST_F(WindowsTest, ReturnInThePromptHandsOverToTheMainWindowAndInstalls)
     EXPECT_TRUE(main().isVisible());
     ASSERT_TRUE(waitUntil([&] { return server_.requestedPaths().contains(QStringLiteral("/Notes.dmg")); }));
     EXPECT_TRUE(main().windowInstallProgress()->isVisible());
-    EXPECT_FALSE(windows_->terminationRequested());
+    EXPECT_FALSE(terminated());
     controller_->cancelInstall();
     // The pass ends (cancelled) while its server is still there.
     EXPECT_TRUE(waitUntil([&] { return !checkRunning(); }));
@@ -251,16 +257,15 @@ TEST_F(WindowsTest, AlertsAreSheetsOfTheMainWindowOrFreeStandingWhenItShowsOne)
     EXPECT_TRUE(sys::UserDefaults::standard().boolForKey(key));
     QTest::keyClick(box, Qt::Key_Return);
     windows_->endProgress();
-    // The controller's alert is a sheet; "No updates found" quits on Return only with autoQuit.
-    for (const int autoQuit : {0, 1}) {
-        sys::UserDefaults::standard().setInteger(autoQuit, prefs::kAutoQuit);
-        controller_->showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date."));
-        box = waitForAlert();
-        ASSERT_TRUE(box);
-        EXPECT_TRUE(box->parentWidget() == &main() && box->windowModality() == Qt::WindowModal);
-        QTest::keyClick(box, Qt::Key_Return);
-        EXPECT_EQ(windows_->terminationRequested(), autoQuit == 1);
-    }
+    // The controller's alert is a sheet; "No updates found" does not quit on Return without
+    // autoQuit (the windowed end-to-end test presses it with autoQuit and sees the quit).
+    sys::UserDefaults::standard().setInteger(0, prefs::kAutoQuit);
+    controller_->showAlert(QStringLiteral("No updates found"), QStringLiteral("Your software is up-to-date."));
+    box = waitForAlert();
+    ASSERT_TRUE(box);
+    EXPECT_TRUE(box->parentWidget() == &main() && box->windowModality() == Qt::WindowModal);
+    QTest::keyClick(box, Qt::Key_Return);
+    EXPECT_FALSE(terminated());
 }
 
 TEST(ReleaseNotesBrowser, LoadsImagesOnlyFromItsResourceFolder)
@@ -292,6 +297,76 @@ TEST_F(WindowsTest, EveryControlHasAnAccessibleNameOrText)
                                << " " << control->objectName().toStdString();
         }
     }
+}
+
+UpdateRecord listed(const QString& title, const QVariantMap& extra = {})
+{
+    UpdateRecord r = download(QStringLiteral("https://downloads.example.com/%1.dmg").arg(title));
+    r.insert(record::kTitle, title);
+    r.insert(record::kChangeList, QStringLiteral("<p>%1 notes</p>").arg(title));
+    r.insert(extra);
+    return r;
+}
+
+TEST(UpdateList, ColumnsShowTheRecordWithManualOnlyAndPaidMarks)
+{
+    const QList<UpdateRecord> rows = {
+        listed(QStringLiteral("Studio"), {{record::kManualOnly, true}, {record::kPaidUpgrade, true},
+                                          {record::kRequirementsString, QStringLiteral("macOS 12")}}),
+        listed(QStringLiteral("Cut"), {{record::kPaidUpgrade, true}})};
+    const auto value = [&](const char* column, int row) { return AppController::tableViewObjectValue(rows, QString::fromLatin1(column), row); };
+    EXPECT_EQ(value("check", 0), QVariant(0)) << "manual-only is never ticked, whatever it says";
+    EXPECT_FALSE(AppController::tableViewCheckCellEnabled(rows.at(0)));
+    EXPECT_EQ(value("check", 1), QVariant(1));
+    EXPECT_EQ(value("title", 0), QVariant(QStringLiteral("Studio (Paid Upgrade) (Manual Only)")));
+    EXPECT_EQ(value("title", 1), QVariant(QStringLiteral("Cut (Paid Upgrade)")));
+    EXPECT_EQ(value("requirements", 0), QVariant(QStringLiteral("macOS 12")));
+    EXPECT_FALSE(value("title", 2).isValid());
+}
+
+TEST(UpdateList, ReleaseNotesCarryTheirBoxesAndAnEscapedManualLink)
+{
+    const QString paidManual = AppController::changeListForUpdate(
+        listed(QStringLiteral("Studio"), {{record::kManualOnly, true}, {record::kPaidUpgrade, true}}));
+    EXPECT_LT(paidManual.indexOf(QStringLiteral("<b>Paid upgrade:</b>")), paidManual.indexOf(QStringLiteral("<b>Important:</b>")));
+    EXPECT_TRUE(paidManual.contains(QStringLiteral(">Install manually</a> (updater will close)")));
+    const QString ordinary = AppController::changeListForUpdate(listed(QStringLiteral("Notes")));
+    EXPECT_FALSE(ordinary.contains(QStringLiteral("Paid upgrade:")));
+    EXPECT_GT(ordinary.indexOf(QStringLiteral("<a href=\"https://downloads.example.com/Notes.dmg\">Install update manually</a>")),
+              ordinary.indexOf(QStringLiteral("Notes notes")));
+    // An address cannot end its attribute and add markup of its own.
+    const QString hostile = AppController::changeListForUpdate(
+        listed(QStringLiteral("X"), {{record::kUrl, QStringLiteral("https://x/a.dmg\"><img src=\"file:///etc/passwd")}}));
+    EXPECT_TRUE(hostile.contains(QStringLiteral("a.dmg&quot;&gt;&lt;img")));
+}
+
+TEST_F(WindowsTest, LinksGoToTheBrowserAndDirectInstallerDownloadsQuit)
+{
+    struct Case { const char* url; bool opened; bool quits; };
+    // The one that quits comes last: a quit happens once.
+    const QList<Case> cases = {{"https://www.velmora.com/notes", true, false}, {"https://downloads.velmora.com/Notes.dmg.html", true, false},
+                               {"file:///usr/bin/xterm", false, false}, {"http://downloads.velmora.com/Notes.ZIP?mirror=2", true, true}};
+    for (const Case& c : cases) {
+        const QString url = QString::fromLatin1(c.url);
+        EXPECT_FALSE(controller_->decidePolicyForNavigation(url, true)) << "the notes view never follows a link itself";
+        EXPECT_EQ(workspace_.opened().contains(url), c.opened) << c.url;
+        EXPECT_EQ(terminated(), c.quits) << c.url;
+    }
+    // Loading the notes themselves is allowed.
+    EXPECT_TRUE(controller_->decidePolicyForNavigation(QStringLiteral("about:blank"), false));
+}
+
+// The Help menu's log item looks for the log under the name the updater's logs really have, the
+// executable's name, not its display name.
+TEST_F(WindowsTest, ViewLogOpensTheLogNamedAfterTheExecutable)
+{
+    // Where the log of a user's run lies (a root run writes elsewhere, and that is kept).
+    const QString userLog = VLLog::logFolder() + QLatin1Char('/') + VLLog::appName() + QStringLiteral(".1.log");
+    QFile file(userLog);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.close();
+    controller_->viewLog();
+    EXPECT_EQ(workspace_.opened(), QStringList{userLog});
 }
 
 } // namespace
