@@ -39,7 +39,7 @@ protected:
     void publishGroupUpdate(const QString& id = kTessel, const QVariantMap& extra = {})
     {
         const QString pkg = sb_.root() + QStringLiteral("/build/Tessel.pkg");
-        ASSERT_TRUE(sb_.makePackage(pkg, {{"Applications/Tessel.app/Contents/Info.plist", "new build"}}));
+        ASSERT_TRUE(sb_.makeDiskImage(pkg, "payload", {{"Applications/Tessel.app/Contents/Info.plist", "new build"}}));
         ASSERT_TRUE(sb_.makeDiskImage(srv("files/Tessel.dmg"), "Tessel Installer",
                                       {{"Uninstall Tessel.pkg", "uninstaller"}, {"Tessel.pkg", Sandbox::readFile(pkg)}}));
         QVariantMap record{{"type", "group"}, {"title", "Tessel"}, {"groupid", id}, {"url", server_.url("/files/Tessel.dmg")},
