@@ -96,9 +96,12 @@ protected:
                                 {.standardErrorFile = folder_.filePath("demo.err"), .keepInputOpen = true}));
         const QJsonObject settings = QJsonDocument::fromJson(demo_.readLine(120000).value_or("")).object();
         ASSERT_FALSE(settings.isEmpty()) << Sandbox::readFile(folder_.filePath("demo.err")).toStdString();
-        for (char** entry = environ; *entry; ++entry)
-            if (!QByteArray(*entry).startsWith("WAYLAND_DISPLAY=") && !settings.contains(QString::fromLocal8Bit(*entry).section('=', 0, 0)))
+        // The test's environment, but the demo's settings and this display.
+        for (char** entry = environ; *entry; ++entry) {
+            const QString name = QString::fromLocal8Bit(*entry).section('=', 0, 0);
+            if (!settings.contains(name) && !QStringList{"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}.contains(name))
                 environment_ << QString::fromLocal8Bit(*entry);
+        }
         for (auto it = settings.begin(); it != settings.end(); ++it)
             environment_ << it.key() + '=' + it.value().toString();
         environment_ << "QT_QPA_PLATFORM=xcb" << "DISPLAY=" + QString::fromLatin1(display);
