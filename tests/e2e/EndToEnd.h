@@ -11,10 +11,23 @@
 #include "support/TestServer.h"
 
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QRegularExpression>
+#include <QThread>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace e2e {
+
+// Polls `done` for at most ten seconds; whether it held.
+inline bool waitFor(const std::function<bool()>& done)
+{
+    const QDeadlineTimer guard(10000);
+    while (!done() && !guard.hasExpired())
+        QThread::msleep(20);
+    return done();
+}
 
 const QString kOwnId = QStringLiteral("com.velmora.SoftwareUpdate");
 

@@ -3,20 +3,17 @@
 // bundle in place and working, and a later run finishes the job; a refused command line or a
 // failed replacement touches nothing. Each failure status leaves the user a working updater at
 // the destination, or a log line naming where the previous one is.
+#include "EndToEnd.h"
+
 #include "support/ChildProcess.h"
-#include "support/QtPrinters.h"
-#include "support/Sandbox.h"
 
-#include <gtest/gtest.h>
-
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QRandomGenerator>
-#include <QThread>
 
 namespace {
 
+using e2e::waitFor;
 using vltest::FakeBundle;
 using vltest::RunResult;
 using vltest::Sandbox;
@@ -60,13 +57,6 @@ protected:
     }
     // The new version's executable cannot be started: its interpreter does not exist.
     bool breakNewExecutable() { return sb_.writeFile(source_ + "/Contents/MacOS/SoftwareUpdate", "#!/nonexistent/interpreter\n", true); }
-    static bool waitFor(const std::function<bool()>& done)
-    {
-        const QDeadlineTimer guard(10000);
-        while (!done() && !guard.hasExpired())
-            QThread::msleep(20);
-        return done();
-    }
     // The helper's own log, from the user's log folder or the machine's.
     QString helperLog() const
     {

@@ -7,30 +7,20 @@
 #include "support/ChildProcess.h"
 #include "support/Ed25519KeyPair.h"
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QThread>
 
-#include <functional>
 #include <unistd.h>
 
 namespace {
 
+using e2e::waitFor;
 using vltest::RunResult;
 using vltest::Sandbox;
 
 const QString kTessel = QStringLiteral("com.velmora.tessel");
 const QStringList kAllSteps{"Downloading installer...", "Installing update...", "Done."};
-
-bool waitFor(const std::function<bool()>& done)
-{
-    const QDeadlineTimer guard(10000);
-    while (!done() && !guard.hasExpired())
-        QThread::msleep(50);
-    return done();
-}
 
 class GroupInstall : public e2e::EndToEnd {
 protected:
