@@ -11,9 +11,23 @@
 #include "support/TestServer.h"
 
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
+#include <QRegularExpression>
+#include <QThread>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace e2e {
+
+// Polls `done` for at most ten seconds; whether it held.
+inline bool waitFor(const std::function<bool()>& done)
+{
+    const QDeadlineTimer guard(10000);
+    while (!done() && !guard.hasExpired())
+        QThread::msleep(20);
+    return done();
+}
 
 const QString kOwnId = QStringLiteral("com.velmora.SoftwareUpdate");
 
@@ -76,12 +90,7 @@ protected:
     // The lines of standard output that are status lines of -install.
     static QStringList statusLines(const vltest::RunResult& r)
     {
-        const QStringList all{QStringLiteral("Downloading installer..."), QStringLiteral("Installing update..."), QStringLiteral("Done.")};
-        QStringList lines;
-        for (const QString& line : r.out().split(QLatin1Char('\n')))
-            if (all.contains(line))
-                lines << line;
-        return lines;
+        return r.out().split(QLatin1Char('\n')).filter(QRegularExpression(QStringLiteral("^(Downloading installer...|Installing update...|Done.)$")));
     }
     // Error texts the client heard, from message number `from` on.
     QStringList errorsPosted(qsizetype from = 0) const
@@ -92,12 +101,6 @@ protected:
             if (all.at(i).name.startsWith(QStringLiteral("postErrorString")))
                 texts << all.at(i).arguments.at(0).toString();
         return texts;
-    }
-    // The current log of the last run (the machine's when it ran as root, else the user's).
-    QString runLog() const
-    {
-        const QString name = QStringLiteral("/Library/Logs/Velmora/SoftwareUpdate.1.log");
-        return QString::fromUtf8(vltest::Sandbox::readFile(sb_.sysPath(name)) + vltest::Sandbox::readFile(sb_.home() + name));
     }
     // The updater's own preferences file, as a dictionary.
     QVariantMap prefs() const { return sb_.readPlist(sb_.userPreferencesFile(kOwnId)).value_or(QVariant()).toMap(); }

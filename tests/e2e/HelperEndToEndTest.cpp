@@ -3,20 +3,17 @@
 // bundle in place and working, and a later run finishes the job; a refused command line or a
 // failed replacement touches nothing. Each failure status leaves the user a working updater at
 // the destination, or a log line naming where the previous one is.
+#include "EndToEnd.h"
+
 #include "support/ChildProcess.h"
-#include "support/QtPrinters.h"
-#include "support/Sandbox.h"
 
-#include <gtest/gtest.h>
-
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QRandomGenerator>
-#include <QThread>
 
 namespace {
 
+using e2e::waitFor;
 using vltest::FakeBundle;
 using vltest::RunResult;
 using vltest::Sandbox;
@@ -35,6 +32,10 @@ protected:
         ASSERT_FALSE(sb_.createBundle(fresh).isEmpty());
     }
 
+    RunResult runHelper(const QStringList& args, const vltest::RunOptions& options = {}) const
+    {
+        return sb_.run(Sandbox::helperExecutable(), args, options);
+    }
     QStringList helperArgs(bool silent) const
     {
         QStringList args{"-source", source_, "-destination", destination_, "-mountpath", volume_};
@@ -56,13 +57,6 @@ protected:
     }
     // The new version's executable cannot be started: its interpreter does not exist.
     bool breakNewExecutable() { return sb_.writeFile(source_ + "/Contents/MacOS/SoftwareUpdate", "#!/nonexistent/interpreter\n", true); }
-    static bool waitFor(const std::function<bool()>& done)
-    {
-        const QDeadlineTimer guard(10000);
-        while (!done() && !guard.hasExpired())
-            QThread::msleep(20);
-        return done();
-    }
     // The helper's own log, from the user's log folder or the machine's.
     QString helperLog() const
     {
@@ -118,7 +112,7 @@ TEST_F(HelperEndToEnd, KilledHalfWayTheOldBundleStillRunsAndTheNextRunFinishes)
     EXPECT_EQ(infoVersion(), "100");
     EXPECT_TRUE(runs(destination_));
 
-    const RunResult again = sb_.runHelper(helperArgs(true));
+    const RunResult again = runHelper(helperArgs(true));
     ASSERT_EQ(again.exitCode, 0) << again.describe().toStdString();
     EXPECT_EQ(infoVersion(), "200");
     EXPECT_EQ(leftovers(), QStringList());
@@ -150,7 +144,7 @@ TEST_F(HelperEndToEnd, RefusedCommandLinesAndFailedCopiesTouchNothing)
         {{"-source", missing, "-destination", destination_, "-mountpath", volume_, "-silent", "1"}, 3},
     };
     for (const auto& c : cases) {
-        const RunResult r = sb_.runHelper(c.args);
+        const RunResult r = runHelper(c.args);
         EXPECT_EQ(r.exitCode, c.status) << c.args.join(' ').toStdString() << r.describe().toStdString();
         EXPECT_EQ(infoVersion(), "100");
         EXPECT_EQ(leftovers(), QStringList());
@@ -166,7 +160,7 @@ TEST_F(HelperEndToEnd, UpdaterThatNeverQuitsLeavesEverythingInPlace)
     ASSERT_TRUE(updater.start("/bin/sh", {"-c", "trap '' TERM; exec \"$0\" 300", destination_ + "/Contents/MacOS/SoftwareUpdate"}));
     const QString exe = QStringLiteral("/proc/%1/exe").arg(updater.pid());
     ASSERT_TRUE(waitFor([&] { return QFileInfo(exe).symLinkTarget().startsWith(destination_); }));
-    const RunResult r = sb_.runHelper(helperArgs(false));
+    const RunResult r = runHelper(helperArgs(false));
     EXPECT_EQ(r.exitCode, 2) << r.describe().toStdString();
     EXPECT_EQ(infoVersion(), "100");
     EXPECT_EQ(leftovers(), QStringList());
@@ -185,7 +179,7 @@ TEST_F(HelperEndToEnd, NewUpdaterThatCannotStartIsReplacedByThePreviousOne)
     const QString oldMarker = sb_.tmpPath("old-relaunched");
     ASSERT_TRUE(sb_.writeFile(destination_ + "/Contents/MacOS/SoftwareUpdate",
                               QStringLiteral("#!/bin/sh\necho old > '%1'\n").arg(oldMarker).toUtf8(), true));
-    const RunResult r = sb_.runHelper(helperArgs(false));
+    const RunResult r = runHelper(helperArgs(false));
     EXPECT_EQ(r.exitCode, 5) << r.describe().toStdString();
     EXPECT_EQ(infoVersion(), "100");
     EXPECT_EQ(leftovers(), QStringList());
@@ -207,7 +201,7 @@ TEST_F(HelperEndToEnd, PreviousUpdaterThatCannotBePutBackIsNamedInTheLog)
     // administrator or a management tool may do): the new updater cannot be moved out again.
     ASSERT_TRUE(sb_.writeFile(sb_.sysPath("/usr/bin/hdiutil"), QStringLiteral("#!/bin/sh\nchmod 0555 '%1'\n").arg(applications).toUtf8(), true));
 
-    const RunResult r = sb_.runHelper(helperArgs(false), {.uid = uid});
+    const RunResult r = runHelper(helperArgs(false), {.uid = uid});
     ASSERT_TRUE(QFile::setPermissions(applications, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     EXPECT_EQ(r.exitCode, 4) << r.describe().toStdString();
     const QStringList kept = leftovers();

@@ -1,11 +1,14 @@
 // -list and -explain as a vendor client reads them: the exact description text on standard
-// output and the JSON forms, -list before -explain, and a pending update of the updater itself
-// that replaces the whole list.
+// output and the JSON forms, -list before -explain, a pending update of the updater itself
+// that replaces the whole list, and -list on an account that has never run the updater.
 #include "EndToEnd.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -120,6 +123,49 @@ TEST_F(List, APendingSelfUpdateIsTheOnlyRecordAndNothingElseIsChecked)
     EXPECT_EQ(all.out().count('\n'), 1) << all.describe().toStdString();
     EXPECT_TRUE(run({"-explain", "com.velmora.Alpha"}).out().startsWith("com.velmora.Alpha: not-checked - an update of the updater itself"));
     EXPECT_FALSE(server_.requestedPaths().contains("/rss/appcasts/suite.xml"));
+}
+
+// An account that has never run the updater: its home is present, owned by it, and empty. An
+// unprivileged run and a superuser run for that account print only the list, keep the crash
+// dates in the account's Preferences, and leave the account the Library folders they made.
+TEST_F(List, AFreshAccountGetsOnlyTheListAndLibraryFoldersOfItsOwn)
+{
+    const std::optional<uint> account = vltest::Sandbox::unprivilegedUid();
+    if (!account)
+        GTEST_SKIP() << "needs root to hand the home to another user";
+    publishSelf(100);
+    // The server's own folder is private to root: the runs get a readable copy of its CA.
+    ASSERT_TRUE(QFile::copy(server_.caFile(), sb_.tmpPath("ca.pem")));
+    sb_.setEnv("VELMORA_CA_FILE", sb_.tmpPath("ca.pem"));
+    ASSERT_TRUE(sb_.giveHomeTo(*account)); // the temporary folder, for the unprivileged run
+    for (const std::optional<uint> runAs : {account, std::optional<uint>()}) {
+        SCOPED_TRACE(runAs ? "unprivileged" : "superuser");
+        const QString home = sb_.root() + (runAs ? "/fresh" : "/fresh-for-root");
+        ASSERT_TRUE(QDir().mkdir(home));
+        ASSERT_EQ(::chown(QFile::encodeName(home).constData(), *account, *account), 0);
+        const RunResult r = sb_.runUpdater({"-list", "-format", "json"}, {.uid = runAs, .extraEnv = {{"HOME", home}}});
+        ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
+        QJsonParseError error;
+        const QJsonArray updates = QJsonDocument::fromJson(r.stdoutData, &error).object().value("updates").toArray();
+        ASSERT_EQ(error.error, QJsonParseError::NoError) << r.describe().toStdString();
+        ASSERT_EQ(updates.size(), 1) << r.describe().toStdString();
+        EXPECT_EQ(updates.at(0).toObject().value("title"), QJsonValue("Suite 4.0"));
+        EXPECT_FALSE(r.err().contains("Unable")) << r.describe().toStdString();
+
+        const QVariantMap dates = sb_.readPlist(home + "/Library/Preferences/" + e2e::kOwnId + ".plist").value_or(QVariant()).toMap();
+        ASSERT_EQ(dates.value("launch").typeId(), QMetaType::QDateTime) << r.describe().toStdString();
+        // Launch and exit both recorded: the next start sees a normal end, not a crash.
+        EXPECT_GE(dates.value("exit").toDateTime(), dates.value("launch").toDateTime());
+        for (const QString folder : {"", "/Preferences", "/Logs", "/Application Support", "/Caches"}) {
+            struct stat info {};
+            ASSERT_EQ(::lstat(QFile::encodeName(home + "/Library" + folder).constData(), &info), 0) << folder.toStdString();
+            EXPECT_TRUE(S_ISDIR(info.st_mode) && info.st_uid == *account && info.st_gid == *account) << folder.toStdString();
+            EXPECT_TRUE(!folder.isEmpty() || (info.st_mode & 07777) == 0700) << "Library is the account's alone";
+        }
+        // Only the folders every account has, and what the run itself writes into them.
+        EXPECT_EQ(QDir(home + "/Library").entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                  (QStringList{"Application Support", "Caches", "Logs", "Preferences"}));
+    }
 }
 
 } // namespace

@@ -1,26 +1,19 @@
 #pragma once
 // ChildProcess: a program started by a test with fork and exec, its exit status and what it
-// printed.
-//
-// Why not QProcess::start: the Qt we build with starts children with
-// clone(CLONE_VM | CLONE_VFORK), so until it execs the child runs in the parent's memory and
-// on the starting thread's own thread-local state, calling the C library through the thread
-// checker's hooks as if it were that thread. The checker's record of that thread is left
-// damaged: its later locks are no longer seen, and every test that had started a server or
-// run an executable reported data races that were none. fork() is seen by the checker and
-// leaves the parent's state alone.
+// printed. Not QProcess: the Qt we build with starts children with clone(CLONE_VM |
+// CLONE_VFORK), which runs the child on the starting thread's state and leaves the thread
+// checker's record of that thread damaged (every later lock unseen, races reported that were
+// none); fork() is seen by the checker and leaves the parent alone.
 //
 // Lifecycle: construct, start(), then wait, read and signal; the destructor kills (SIGKILL)
-// and reaps a child that still runs. Output is collected while a wait or read call runs and
-// is kept until the object goes, so a child that prints much while nobody waits blocks once
-// its pipe is full, as it would under QProcess without an event loop.
+// and reaps a child that still runs. Output is collected while a wait or read call runs, so a
+// child that prints much while nobody waits blocks once its pipe is full.
 // Threads: one thread at a time.
 
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
 
-#include <functional>
 #include <optional>
 #include <sys/types.h>
 
@@ -30,12 +23,12 @@ struct ChildOptions {
     std::optional<QStringList> environment; // "NAME=value" entries; absent: the test's own
     QString workingDirectory;               // empty: the test's
     std::optional<uint> uid;                // run as this user id (group id = uid, no others)
-    bool endsWithParent = false;            // SIGTERM when the starting thread ends
     QString standardOutputFile;             // standard output to this file (truncated), not a pipe
     QString standardErrorFile;              // standard error likewise
-    bool discardOutput = false;             // standard output and error to the null device
-    QByteArray standardInput;               // fed to standard input, which then ends...
-    bool keepInputOpen = false;             // ...unless this keeps it open until closeInput()
+    bool discardOutput = false;             // standard output and error (unless to a file) to the null device
+    QByteArray standardInput;               // what standard input holds; it ends after that...
+    bool keepInputOpen = false;             // ...unless it is a pipe kept open until closeInput()
+    bool endsWithParent = false;            // SIGTERM when the starting thread ends
 };
 
 class ChildProcess {
@@ -55,22 +48,22 @@ public:
     [[nodiscard]] bool waitForFinished(int timeoutMs);
     bool crashed() const { return ended_ && signal_ != 0; } // ended by a signal
     int exitCode() const { return ended_ && signal_ == 0 ? exitCode_ : -1; }
-    void terminate(); // SIGTERM while it runs
-    void kill();      // SIGKILL while it runs
-    void closeInput(); // ends standard input (a child that reads it to its end then ends too)
+    void terminate() { signal(15); } // SIGTERM while it runs
+    void kill() { signal(9); }       // SIGKILL while it runs
+    void closeInput();               // ends a standard input kept open
 
     // The next whole line of standard output (without its line break), waiting at most
     // timeoutMs; nothing when the time is up or the output ended first.
     std::optional<QByteArray> readLine(int timeoutMs);
-    QByteArray standardOutput() const { return output_; }
-    QByteArray standardError() const { return errorOutput_; }
+    QByteArray standardOutput() const { return output_[0]; }
+    QByteArray standardError() const { return output_[1]; }
 
 private:
-    // Moves what is ready between the pipes and the buffers, waiting at most timeoutMs;
-    // false when nothing was ready.
+    // Moves what is ready from the pipes to the buffers, waiting at most timeoutMs; false when
+    // nothing was ready.
     bool pump(int timeoutMs);
-    bool waitUntil(const std::function<bool()>& done, int timeoutMs);
     void reap(bool block);
+    void signal(int number);
     void closeAll();
 
     pid_t pid_ = 0;
@@ -78,12 +71,8 @@ private:
     int exitCode_ = -1;
     int signal_ = 0;
     int inFd_ = -1;
-    int outFd_ = -1;
-    int errFd_ = -1;
-    QByteArray pendingInput_;
-    bool keepInputOpen_ = false;
-    QByteArray output_;
-    QByteArray errorOutput_;
+    int outFds_[2] = {-1, -1}; // standard output and error
+    QByteArray output_[2];
     qsizetype lineStart_ = 0;
     QString error_;
 };

@@ -6,33 +6,31 @@ namespace vltest {
 
 namespace {
 
-QByteArray escaped(const QString& text)
+QByteArray element(const char* name, const QByteArray& text)
 {
-    return text.toHtmlEscaped().toUtf8();
+    return '<' + QByteArray(name) + '>' + text + "</" + name + ">\n";
 }
 
-void writeValue(QByteArray& out, const QVariant& value, int depth)
+void writeValue(QByteArray& out, const QVariant& value, const QByteArray& indent)
 {
-    const QByteArray indent(depth, '\t');
     switch (value.typeId()) {
     case QMetaType::QVariantMap: {
         const QVariantMap map = value.toMap();
         out += indent + "<dict>\n";
         for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            out += indent + "\t<key>" + escaped(it.key()) + "</key>\n";
-            writeValue(out, it.value(), depth + 1);
+            out += indent + '\t' + element("key", it.key().toHtmlEscaped().toUtf8());
+            writeValue(out, it.value(), indent + '\t');
         }
         out += indent + "</dict>\n";
         return;
     }
     case QMetaType::QVariantList:
-    case QMetaType::QStringList: {
+    case QMetaType::QStringList:
         out += indent + "<array>\n";
         for (const QVariant& v : value.toList())
-            writeValue(out, v, depth + 1);
+            writeValue(out, v, indent + '\t');
         out += indent + "</array>\n";
         return;
-    }
     case QMetaType::Bool:
         out += indent + (value.toBool() ? "<true/>\n" : "<false/>\n");
         return;
@@ -40,20 +38,19 @@ void writeValue(QByteArray& out, const QVariant& value, int depth)
     case QMetaType::UInt:
     case QMetaType::LongLong:
     case QMetaType::ULongLong:
-        out += indent + "<integer>" + value.toString().toUtf8() + "</integer>\n";
+        out += indent + element("integer", value.toString().toUtf8());
         return;
     case QMetaType::Double:
-        out += indent + "<real>" + QByteArray::number(value.toDouble(), 'g', 17) + "</real>\n";
+        out += indent + element("real", QByteArray::number(value.toDouble(), 'g', 17));
         return;
     case QMetaType::QDateTime:
-        out += indent + "<date>" + value.toDateTime().toUTC().toString(Qt::ISODate).toUtf8() + "</date>\n";
+        out += indent + element("date", value.toDateTime().toUTC().toString(Qt::ISODate).toUtf8());
         return;
     case QMetaType::QByteArray:
-        out += indent + "<data>" + value.toByteArray().toBase64() + "</data>\n";
+        out += indent + element("data", value.toByteArray().toBase64());
         return;
     default:
-        out += indent + "<string>" + escaped(value.toString()) + "</string>\n";
-        return;
+        out += indent + element("string", value.toString().toHtmlEscaped().toUtf8());
     }
 }
 
@@ -65,9 +62,8 @@ QByteArray fixturePlistXml(const QVariant& root)
                      "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
                      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
                      "<plist version=\"1.0\">\n";
-    writeValue(out, root, 0);
-    out += "</plist>\n";
-    return out;
+    writeValue(out, root, {});
+    return out + "</plist>\n";
 }
 
 } // namespace vltest

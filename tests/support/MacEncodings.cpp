@@ -1,29 +1,18 @@
 #include "support/MacEncodings.h"
 
-#include <cstdint>
-
 namespace vltest {
 
 namespace {
 
-void putBE(QByteArray& b, qsizetype at, quint32 v, int bytes)
-{
-    for (int i = 0; i < bytes; ++i)
-        b[at + i] = char((v >> (8 * (bytes - 1 - i))) & 0xFF);
-}
-
 QByteArray be(quint32 v, int bytes)
 {
-    QByteArray b(bytes, 0);
-    putBE(b, 0, v, bytes);
+    QByteArray b;
+    for (int i = bytes - 1; i >= 0; --i)
+        b += char((v >> (8 * i)) & 0xFF);
     return b;
 }
 
-QByteArray padded(QByteArray b)
-{
-    b.append(QByteArray((128 - b.size() % 128) % 128, 0));
-    return b;
-}
+QByteArray padded(QByteArray b) { return b.append(QByteArray((128 - b.size() % 128) % 128, 0)); }
 
 quint16 crc16(const QByteArray& bytes)
 {
@@ -36,32 +25,21 @@ quint16 crc16(const QByteArray& bytes)
     return crc;
 }
 
+// Each byte, 0x90 escaped as 0x90 0x00; a run of three or more as the byte, 0x90, its count.
 QByteArray rle90(const QByteArray& in)
 {
     QByteArray out;
-    for (qsizetype i = 0; i < in.size();) {
-        const char c = in[i];
-        qsizetype run = 1;
-        while (i + run < in.size() && in[i + run] == c && run < 255)
+    for (qsizetype i = 0, run = 1; i < in.size(); i += run, run = 1) {
+        while (i + run < in.size() && in[i + run] == in[i] && run < 255)
             ++run;
-        if (c == char(0x90))
-            out += QByteArray("\x90\x00", 2);
-        else
-            out += c;
-        if (run > 2) {
-            out += char(0x90);
-            out += char(run);
-        } else if (run == 2) {
-            out += c == char(0x90) ? QByteArray("\x90\x00", 2) : QByteArray(1, c);
-        }
-        i += run;
+        const QByteArray one = in[i] == char(0x90) ? QByteArray("\x90\x00", 2) : QByteArray(1, in[i]);
+        out += run > 2 ? one + char(0x90) + char(run) : one.repeated(run);
     }
     return out;
 }
 
 } // namespace
 
-// A MacBinary II file (or I when `withCrc` is false) with a secondary header of `secondary` bytes.
 QByteArray encodeMacBinary(const QByteArray& data, const QByteArray& rsrc, bool withCrc, int secondary)
 {
     QByteArray h(128, 0);
@@ -69,18 +47,12 @@ QByteArray encodeMacBinary(const QByteArray& data, const QByteArray& rsrc, bool 
     h[1] = char(name.size());
     h.replace(2, name.size(), name);
     h.replace(65, 8, "devrddsk");
-    putBE(h, 83, quint32(data.size()), 4);
-    putBE(h, 87, quint32(rsrc.size()), 4);
+    h.replace(83, 8, be(quint32(data.size()), 4) + be(quint32(rsrc.size()), 4));
     if (withCrc) {
-        putBE(h, 120, quint32(secondary), 2);
-        h[122] = char(129);
-        h[123] = char(129);
-        putBE(h, 124, crc16(h.left(124)), 2);
+        h.replace(120, 4, be(quint32(secondary), 2) + char(129) + char(129));
+        h.replace(124, 2, be(crc16(h.left(124)), 2));
     }
-    QByteArray out = h;
-    if (secondary > 0)
-        out += padded(QByteArray(secondary, 'S'));
-    return out + padded(data) + padded(rsrc);
+    return h + (secondary > 0 ? padded(QByteArray(secondary, 'S')) : QByteArray()) + padded(data) + padded(rsrc);
 }
 
 QByteArray encodeBinHex(const QByteArray& data, const QByteArray& rsrc, bool breakDataCrc)
@@ -90,19 +62,15 @@ QByteArray encodeBinHex(const QByteArray& data, const QByteArray& rsrc, bool bre
         + be(quint32(data.size()), 4) + be(quint32(rsrc.size()), 4);
     header += be(crc16(header), 2);
     const quint16 dataCrc = crc16(data) ^ (breakDataCrc ? 1 : 0);
-    const QByteArray stream = header + data + be(dataCrc, 2) + rsrc + be(crc16(rsrc), 2);
-    const QByteArray packed = rle90(stream);
+    const QByteArray packed = rle90(header + data + be(dataCrc, 2) + rsrc + be(crc16(rsrc), 2));
     static const char alphabet[] = "!\"#$%&'()*+,-012345689@ABCDEFGHIJKLMNPQRSTUVXYZ[`abcdefhijklmpqr";
     QByteArray text;
     quint32 bits = 0;
     int count = 0;
     for (const char c : packed) {
         bits = (bits << 8) | quint8(c);
-        count += 8;
-        while (count >= 6) {
-            count -= 6;
-            text += alphabet[(bits >> count) & 0x3F];
-        }
+        for (count += 8; count >= 6;)
+            text += alphabet[(bits >> (count -= 6)) & 0x3F];
     }
     if (count > 0)
         text += alphabet[(bits << (6 - count)) & 0x3F];

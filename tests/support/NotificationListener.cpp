@@ -9,7 +9,22 @@
 #include <QJsonObject>
 #include <QThread>
 
+#include <functional>
+
 namespace vltest {
+
+namespace {
+
+// Polls `done` every few milliseconds for at most timeoutMs.
+bool pollUntil(const std::function<bool()>& done, int timeoutMs)
+{
+    const QDeadlineTimer guard(timeoutMs);
+    while (!done() && !guard.hasExpired())
+        QThread::msleep(5);
+    return done();
+}
+
+} // namespace
 
 NotificationListener::NotificationListener(QString socketPath, QStringList implemented, Behaviour behaviour)
     : socketPath_(std::move(socketPath)), implemented_(std::move(implemented)), behaviour_(behaviour)
@@ -41,16 +56,10 @@ bool NotificationListener::start()
     if (behaviour_ != Behaviour::Answer)
         args << (behaviour_ == Behaviour::Silent ? QStringLiteral("--silent") : QStringLiteral("--no-answer"));
     process_ = std::make_unique<ChildProcess>();
-    if (!dir_.isValid() || !process_->start(QStringLiteral("/usr/bin/python3"), args,
-                                            {.standardOutputFile = dir_.filePath(QStringLiteral("report")), .discardOutput = true}))
-        return false;
-    const QDeadlineTimer guard(10000);
-    while (!Sandbox::readFile(dir_.filePath(QStringLiteral("report"))).startsWith("listening ")) {
-        if (guard.hasExpired() || !process_->isRunning())
-            return false;
-        QThread::msleep(5);
-    }
-    return true;
+    return dir_.isValid()
+        && process_->start(QStringLiteral("/usr/bin/python3"), args, {.standardOutputFile = dir_.filePath(QStringLiteral("report")), .discardOutput = true})
+        && pollUntil([this] { return Sandbox::readFile(dir_.filePath(QStringLiteral("report"))).startsWith("listening ") || !process_->isRunning(); }, 10000)
+        && process_->isRunning();
 }
 
 int NotificationListener::read(QList<ReceivedNotification>* messages) const
@@ -85,13 +94,7 @@ int NotificationListener::connectionCount() const { return read(nullptr); }
 
 bool NotificationListener::waitForMessages(int count, int timeoutMs) const
 {
-    const QDeadlineTimer guard(timeoutMs);
-    while (messages().size() < count) {
-        if (guard.hasExpired())
-            return false;
-        QThread::msleep(10);
-    }
-    return true;
+    return pollUntil([&] { return messages().size() >= count; }, timeoutMs);
 }
 
 } // namespace vltest

@@ -8,9 +8,8 @@
 //                    System/Library/CoreServices/SystemVersion.plist, usr/bin, usr/sbin, bin)
 //
 // Lifecycle: one per test; the destructor removes the tree unless VELMORA_KEEP_SANDBOX is set
-// in the test's environment (the path is then printed). One thread at a time.
-// The test's own process environment is never changed; environment() is what runs get, and it
-// has no display, so a run that would open a window says so and ends instead.
+// (the path is then printed). One thread at a time. The test's own environment is never
+// changed; runs get environment(), which has no display.
 
 #include <QByteArray>
 #include <QList>
@@ -34,20 +33,18 @@ struct FakeBundle {
     QString version;                    // CFBundleVersion (build number)
     QString shortVersion;               // CFBundleShortVersionString
     QString name;                       // CFBundleName and executable; default: path's base name
-    std::optional<QVariantMap> updates; // VLUpdates.plist contents, absent: no descriptor
-    bool updatesInResources = true;     // Contents/Resources/VLUpdates.plist, else Contents/
+    std::optional<QVariantMap> updates; // Contents/Resources/VLUpdates.plist, absent: no descriptor
     QVariantMap extraInfo;              // more Info.plist keys (override the above)
     QByteArray executable;              // script text; default: a copy of /bin/sleep (run it with "300")
 };
 
-// The environment of runs, by name; toStringList() gives the "NAME=value" entries a
-// ChildProcess takes.
+// The environment of runs, by name; toStringList() gives "NAME=value" entries.
 struct Environment : QMap<QString, QString> {
     QStringList toStringList() const;
 };
 
+// Runs are killed after two minutes (RunResult::timedOut).
 struct RunOptions {
-    int timeoutMs = 120000;          // killed after this; RunResult::timedOut
     std::optional<uint> uid;         // run as this unprivileged uid (and its gid = uid)
     QMap<QString, QString> extraEnv; // added to / overriding environment()
     QString workingDirectory;        // default: the sandbox root
@@ -95,23 +92,18 @@ public:
     QString createBundle(const FakeBundle& bundle);
 
     // Copies scripts/fake-tools/faketool.py to every path the program runs a system tool from
-    // (usr/bin/{hdiutil,killall,touch,xattr,xdg-open,pkexec,systemctl}, usr/sbin/{installer,
-    // diskutil,chown}, bin/{launchctl,rm,mv,cp,mkdir,chmod}); runs record to toolLogPath()
-    // (writable by every user). Switches for failures: see the head of faketool.py.
-    // usr/bin/{zip,unzip} are links to the machine's own tools (not recorded).
+    // (switches for failures: see its head); runs record to toolLogPath(), writable by every
+    // user. usr/bin/{zip,unzip} are links to the machine's own tools (not recorded).
     [[nodiscard]] bool installFakeTools();
     QString toolLogPath() const; // <sysroot>/tool-calls.log
     // Every recorded call, argv[0] being the tool's base name; filtered by tool when given.
     QList<QStringList> toolCalls(const QString& tool = {}) const;
 
-    // Makes a test archive (a tar) usable as a "disk image" by the fake hdiutil: one top folder
-    // `volumeName` holding `files` (path relative to the volume -> data; files under a
-    // "/MacOS/" folder are made executable).
+    // A tar the fake hdiutil attaches as a "disk image": one top folder `volumeName` holding
+    // `files` (path in the volume -> data; files under "/MacOS/" are executable). Named
+    // "payload", it is a package the fake installer extracts under the system root.
     [[nodiscard]] bool makeDiskImage(const QString& archivePath, const QString& volumeName,
                                      const QMap<QString, QByteArray>& files);
-    // A test installer package for the fake installer: a tar with payload/<path> entries that
-    // it extracts under the system root.
-    [[nodiscard]] bool makePackage(const QString& packagePath, const QMap<QString, QByteArray>& payloadFiles);
 
     // Server contract for runs.
     void useServer(const TestServer& server); // VELMORA_UPDATE_SERVER, VELMORA_WEB_SITE (base + "/"), CA
@@ -119,12 +111,11 @@ public:
 
     Environment environment() const;
 
-    // Runs a program to its end (or its time-out) in the sandbox's environment.
+    // Runs a program to its end (or its time-out) in environment().
     RunResult run(const QString& program, const QStringList& args, const RunOptions& options = {}) const;
-    // The built updater (VELMORA_UPDATER_BUNDLE/Contents/MacOS/SoftwareUpdate) and helper.
+    // Runs the built updater (VELMORA_UPDATER_BUNDLE/Contents/MacOS/SoftwareUpdate).
     RunResult runUpdater(const QStringList& args, const RunOptions& options = {}) const;
-    RunResult runHelper(const QStringList& args, const RunOptions& options = {}) const;
-    static QString helperExecutable();
+    static QString helperExecutable(); // the built helper's executable
     // Starts a program as run() would and leaves it running in `child` (time-out not used).
     [[nodiscard]] bool start(ChildProcess& child, const QString& program, const QStringList& args,
                              const RunOptions& options = {}) const;

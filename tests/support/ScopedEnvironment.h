@@ -5,10 +5,11 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QPair>
 #include <QString>
 #include <QtGlobal>
+
 #include <optional>
+#include <utility>
 
 namespace vltest {
 
@@ -19,12 +20,8 @@ public:
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
     ~ScopedEnvironment()
     {
-        for (auto it = saved_.crbegin(); it != saved_.crend(); ++it) {
-            if (it->second)
-                qputenv(it->first.constData(), *it->second);
-            else
-                qunsetenv(it->first.constData());
-        }
+        for (auto it = saved_.crbegin(); it != saved_.crend(); ++it)
+            it->second ? qputenv(it->first.constData(), *it->second) : qunsetenv(it->first.constData());
     }
 
     void set(const char* name, const QString& value)
@@ -41,13 +38,10 @@ public:
 private:
     void remember(const char* name)
     {
-        std::optional<QByteArray> old;
-        if (qEnvironmentVariableIsSet(name))
-            old = qgetenv(name);
-        saved_.append({QByteArray(name), old});
+        saved_.append({QByteArray(name), qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt});
     }
 
-    QList<QPair<QByteArray, std::optional<QByteArray>>> saved_;
+    QList<std::pair<QByteArray, std::optional<QByteArray>>> saved_;
 };
 
 } // namespace vltest

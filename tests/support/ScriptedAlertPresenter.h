@@ -17,6 +17,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <tuple>
 #include <utility>
 
 namespace vltest {
@@ -25,11 +26,10 @@ class ScriptedAlert final : public VLPlatformAlert, public std::enable_shared_fr
 public:
     enum class When { AtOnce, Later, Never };
 
-    QString messageText, defaultButton, alternateButton, otherButton, informativeText;
+    QString messageText, defaultButton, otherButton, informativeText;
     bool suppressionShown = false;
     bool suppressionChecked = false;
     std::function<void(bool)> toggleSuppression;
-    bool began = false;
     bool beganOnMainThread = false;
     QObject* window = nullptr;
     bool orderedOut = false;
@@ -54,7 +54,6 @@ public:
     }
     void beginSheetModalForWindow(QObject* sheetWindow, std::function<void(int)> didEnd) override
     {
-        began = true;
         beganOnMainThread = sys::isMainThread();
         window = sheetWindow;
         visible_ = true;
@@ -99,17 +98,14 @@ public:
     void script(When when, int returnCode = VLAlert::defaultReturn) { script_.append({when, returnCode}); }
 
     std::shared_ptr<VLPlatformAlert> alertWithMessageText(const QString& messageText, const QString& defaultButton,
-                                                          const QString& alternateButton, const QString& otherButton,
+                                                          const QString& /*alternateButton*/, const QString& otherButton,
                                                           const QString& informativeText) override
     {
         const auto [when, answer] = script_.isEmpty() ? std::pair{unscripted, int(VLAlert::defaultReturn)}
                                                      : script_.takeFirst();
         auto alert = std::make_shared<ScriptedAlert>(when, answer);
-        alert->messageText = messageText;
-        alert->defaultButton = defaultButton;
-        alert->alternateButton = alternateButton;
-        alert->otherButton = otherButton;
-        alert->informativeText = informativeText;
+        std::tie(alert->messageText, alert->defaultButton, alert->otherButton, alert->informativeText) =
+            std::tie(messageText, defaultButton, otherButton, informativeText);
         alerts.append(alert);
         return alert;
     }

@@ -6,58 +6,48 @@
 #include <QFile>
 #include <QJsonDocument>
 
+#include <cstdio>
+
 namespace vltest {
 
 TestServer::TestServer() : dir_(std::make_unique<QTemporaryDir>()) {}
 
 TestServer::~TestServer() { stop(); }
 
-QString TestServer::workDir() const { return dir_->path(); }
+QString TestServer::file(const char* name) const { return dir_->filePath(QLatin1String(name)); }
 
 bool TestServer::setRoutes(const QJsonObject& routes)
 {
     // Written to a side file and renamed, so a request never reads half a routes file.
-    const QString path = workDir() + QStringLiteral("/routes.json");
-    const QString part = path + QStringLiteral(".part");
-    if (!Sandbox::writeFile(part, QJsonDocument(routes).toJson()))
-        return false;
-    QFile::remove(path);
-    return QFile::rename(part, path);
+    return Sandbox::writeFile(file("routes.part"), QJsonDocument(routes).toJson())
+        && ::rename(QFile::encodeName(file("routes.part")).constData(), QFile::encodeName(file("routes.json")).constData()) == 0;
 }
 
 bool TestServer::start(const TestServerOptions& options)
 {
     stop();
-    if (!dir_->isValid()) {
+    const QString root = options.root.isEmpty() ? file("root") : options.root;
+    if (!dir_->isValid() || !QDir().mkpath(root)) {
         error_ = QStringLiteral("no temporary folder");
         return false;
     }
-    const QString root = options.root.isEmpty() ? workDir() + QStringLiteral("/root") : options.root;
-    QDir().mkpath(root);
     QStringList args{QStringLiteral(VELMORA_SOURCE_DIR "/scripts/testserver.py"), QStringLiteral("--root"), root,
-                     QStringLiteral("--routes"), workDir() + QStringLiteral("/routes.json"),
-                     QStringLiteral("--log"), workDir() + QStringLiteral("/requests.log"),
-                     QStringLiteral("--cert-dir"), workDir() + QStringLiteral("/certs")};
+                     QStringLiteral("--routes"), file("routes.json"), QStringLiteral("--log"), file("requests.log"),
+                     QStringLiteral("--cert-dir"), file("certs")};
     if (options.strict)
         args << QStringLiteral("--strict");
-
     process_ = std::make_unique<ChildProcess>();
-    ChildOptions childOptions;
     // A test that crashes must not leave its server running: the server ends with its parent.
-    childOptions.endsWithParent = true;
-    // A file, not a pipe: nobody reads the server's standard error while it runs.
-    childOptions.standardErrorFile = workDir() + QStringLiteral("/server.err");
-    if (!process_->start(QStringLiteral("/usr/bin/python3"), args, childOptions)) {
+    // Standard error goes to a file, not a pipe: nobody reads it while the server runs.
+    if (!process_->start(QStringLiteral("/usr/bin/python3"), args, {.standardErrorFile = file("server.err"), .endsWithParent = true})) {
         error_ = process_->errorString();
         process_.reset();
         return false;
     }
-    const std::optional<QByteArray> first = process_->readLine(15000);
     bool ok = false;
-    port_ = first ? first->trimmed().toInt(&ok) : 0;
+    port_ = process_->readLine(15000).value_or(QByteArray()).trimmed().toInt(&ok);
     if (!ok || port_ <= 0) {
-        error_ = QStringLiteral("test server did not start: ")
-            + QString::fromUtf8(Sandbox::readFile(workDir() + QStringLiteral("/server.err")));
+        error_ = QStringLiteral("test server did not start: ") + QString::fromUtf8(Sandbox::readFile(file("server.err")));
         stop();
         return false;
     }
@@ -69,9 +59,8 @@ void TestServer::stop()
     if (!process_)
         return;
     process_->terminate();
-    if (!process_->waitForFinished(5000))
-        process_->kill();
-    process_.reset(); // reaps it
+    (void)process_->waitForFinished(5000);
+    process_.reset(); // kills and reaps it
     port_ = 0;
 }
 
@@ -79,13 +68,12 @@ bool TestServer::isRunning() const { return process_ && process_->isRunning(); }
 
 QString TestServer::baseUrl() const { return QStringLiteral("https://127.0.0.1:%1").arg(port_); }
 
-QString TestServer::caFile() const { return workDir() + QStringLiteral("/certs/ca.pem"); }
+QString TestServer::caFile() const { return file("certs/ca.pem"); }
 
 QList<ServedRequest> TestServer::requests() const
 {
     QList<ServedRequest> out;
-    const QByteArray text = Sandbox::readFile(workDir() + QStringLiteral("/requests.log"));
-    for (const QByteArray& line : text.split('\n')) {
+    for (const QByteArray& line : Sandbox::readFile(file("requests.log")).split('\n')) {
         const QJsonObject o = QJsonDocument::fromJson(line).object();
         if (!o.isEmpty())
             out.append({o.value(QStringLiteral("path")).toString(), o.value(QStringLiteral("target")).toString(),
@@ -111,6 +99,6 @@ QStringList TestServer::unexpectedRequests() const
     return out;
 }
 
-void TestServer::clearLog() { QFile::remove(workDir() + QStringLiteral("/requests.log")); }
+void TestServer::clearLog() { QFile::remove(file("requests.log")); }
 
 } // namespace vltest

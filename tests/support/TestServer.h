@@ -65,7 +65,7 @@ public:
 
 private:
     void stop();
-    QString workDir() const; // private folder: certificates, log, routes, standard error
+    QString file(const char* name) const; // in the private folder: certificates, log, routes, standard error
 
     std::unique_ptr<QTemporaryDir> dir_;
     std::unique_ptr<ChildProcess> process_;
