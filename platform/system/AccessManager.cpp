@@ -11,7 +11,7 @@ namespace sys {
 namespace {
 
 // The name Qt gives a manager's connection thread, which the kernel keeps cut to 15 bytes.
-const QByteArray kConnectionThreadName = QByteArrayLiteral("QNetworkAccessManager thread");
+constexpr char kConnectionThreadName[] = "QNetworkAccessManager thread";
 
 std::mutex& endsInTurn()
 {

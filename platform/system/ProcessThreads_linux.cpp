@@ -16,11 +16,15 @@ namespace {
 // The kernel's limit for a thread name, less its terminating NUL.
 constexpr qsizetype kThreadNameBytes = 15;
 
-const QString kTaskFolder = QStringLiteral("/proc/self/task");
+// A function, not a static object: a thread may still end during the process's exit.
+QString taskPath(const QString& entry)
+{
+    return QStringLiteral("/proc/self/task/") + entry;
+}
 
 bool threadExists(pid_t thread)
 {
-    return QFile::exists(kTaskFolder + QLatin1Char('/') + QString::number(thread));
+    return QFile::exists(taskPath(QString::number(thread)));
 }
 
 } // namespace
@@ -29,13 +33,13 @@ QList<pid_t> threadsNamed(const QByteArray& name)
 {
     const QByteArray wanted = name.left(kThreadNameBytes);
     QList<pid_t> found;
-    const QStringList entries = QDir(kTaskFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    const QStringList entries = QDir(taskPath(QString())).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString& entry : entries) {
         bool numeric = false;
         const pid_t thread = pid_t(entry.toInt(&numeric));
         if (!numeric)
             continue;
-        QFile comm(kTaskFolder + QLatin1Char('/') + entry + QStringLiteral("/comm"));
+        QFile comm(taskPath(entry) + QStringLiteral("/comm"));
         // A thread that ended since the list was read has no name to read: it is skipped.
         if (comm.open(QIODevice::ReadOnly) && comm.readAll().trimmed() == wanted)
             found.append(thread);
