@@ -1,8 +1,8 @@
 #pragma once
 // The feed download behind AppController::dataFromURLSync: one blocking GET of a URL's body.
 //
-// Each calling thread has a network thread of its own (a QThread with its own access manager
-// and event loop), so a call never needs the caller's event loop and may be made from any
+// Each calling thread has a network thread of its own (with its own access manager and
+// event loop), so a call never needs the caller's event loop and may be made from any
 // thread; the caller blocks until the request has ended. The network thread and its access
 // manager are kept for the calling thread's next request, so a worker's requests to one
 // server go over one kept-alive connection; nothing else is kept: no cache, no cookies or

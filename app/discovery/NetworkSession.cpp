@@ -1,9 +1,10 @@
 #include "discovery/NetworkSession.h"
 
+#include "platform/system/AccessManager.h"
+#include "platform/system/ProcessThreads.h"
 #include "platform/system/SystemEnvironment.h"
 
 #include <QCoreApplication>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QThread>
 
@@ -69,12 +70,11 @@ FetchResult NetworkSession::fetch(const QUrl& url)
 {
     Job job{url, {}};
     std::unique_lock lock(mutex_);
-    if (!thread_) {
+    if (!thread_.joinable()) {
         if (!gStopAtApplicationEnd.exchange(true))
             qAddPostRoutine(stopAtApplicationEnd);
-        thread_.reset(QThread::create([this] { serve(); }));
-        thread_->setObjectName(QStringLiteral("Feed requests"));
-        thread_->start();
+        thread_ = std::thread([this] { serve(); });
+        serving_ = thread_.get_id();
     }
     job_ = &job;
     changed_.notify_all();
@@ -84,46 +84,54 @@ FetchResult NetworkSession::fetch(const QUrl& url)
 
 void NetworkSession::stop()
 {
-    std::unique_ptr<QThread> thread;
+    std::thread thread;
     {
         std::lock_guard lock(mutex_);
         thread = std::move(thread_);
+        serving_ = {};
         // A request the network thread has not taken yet is answered here; one in progress
-        // is ended by the quit below and answered by the network thread.
+        // is ended by the quit and answered by the network thread.
         if (job_ && !job_->running) {
             job_->result = cancelledResult();
             job_->done = true;
             job_ = nullptr;
         }
+        // Under the mutex, the serving thread's object is still there to be told.
+        if (eventThread_)
+            eventThread_->quit();
     }
     changed_.notify_all();
-    if (!thread)
-        return;
-    thread->quit();
-    thread->wait();
-    // The network thread's last touch of the session was under the mutex; taking it once more
-    // orders that before whatever the caller does next (destroying the session included),
-    // also for checkers that cannot see inside the wait above.
-    const std::lock_guard ordered(mutex_);
+    if (thread.joinable())
+        thread.join();
 }
 
 void NetworkSession::serve()
 {
-    QThread* const self = QThread::currentThread();
-    QNetworkAccessManager manager;
+    const std::thread::id self = std::this_thread::get_id();
+    {
+        std::lock_guard lock(mutex_);
+        // A stop that came before this thread ran has nothing to quit: it is not serving.
+        if (serving_ != self)
+            return;
+        eventThread_ = QThread::currentThread();
+    }
+    sys::setCurrentThreadName(QByteArrayLiteral("Feed requests"));
+    sys::AccessManager manager;
     QString trusted = sys::extraCertificateAuthorities();
     std::unique_lock lock(mutex_);
     for (;;) {
         // A stop takes the thread away from the session: then this thread is no longer its own.
-        changed_.wait(lock, [&] { return thread_.get() != self || (job_ && !job_->running); });
-        if (thread_.get() != self)
+        changed_.wait(lock, [&] { return serving_ != self || (job_ && !job_->running); });
+        if (serving_ != self) {
+            eventThread_ = nullptr;
             return;
+        }
         Job* const job = job_;
         job->running = true;
         lock.unlock();
         // A connection kept from before was trusted under the old authorities.
         if (const QString now = sys::extraCertificateAuthorities(); now != trusted) {
-            manager.clearConnectionCache();
+            manager.endConnections();
             trusted = now;
         }
         performRequest(manager, job->url, job->result);

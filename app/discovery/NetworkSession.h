@@ -12,6 +12,9 @@
 // whose idle time expired, the main thread at exit), which stops its network thread. The
 // network thread starts with the first request, runs until stop() or stopNetworkThreads()
 // (which the application object's end also runs), and starts again with the next request.
+// A stop joins the network thread, so that the thread has ended for good, its per-thread
+// clean-up (the TLS library's among it) done, before an exit path goes on; the end of its
+// access manager waits for Qt's connection thread in the same way (sys::AccessManager).
 // Every session is listed in a process-wide registry so that stopNetworkThreads() reaches
 // them all.
 // Threads: fetch() only on the owning thread; stop() on any thread.
@@ -21,8 +24,8 @@
 #include <QUrl>
 
 #include <condition_variable>
-#include <memory>
 #include <mutex>
+#include <thread>
 
 class QNetworkAccessManager;
 class QThread;
@@ -59,8 +62,10 @@ private:
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::unique_ptr<QThread> thread_; // the current network thread; null while stopped
-    Job* job_ = nullptr;              // the owner's request (on the owner's stack), until done
+    std::thread thread_;             // the current network thread; not joinable while stopped
+    std::thread::id serving_;        // thread_'s id until a stop takes the thread away
+    QThread* eventThread_ = nullptr; // Qt's object for the serving thread, while it serves
+    Job* job_ = nullptr;             // the owner's request (on the owner's stack), until done
 };
 
 } // namespace discovery

@@ -1,12 +1,12 @@
 #include "install/Download.h"
 
 #include "install/SourceDecoder.h"
+#include "platform/system/AccessManager.h"
 #include "platform/system/FileTree.h"
 #include "platform/system/PrivateFolder.h"
 #include "platform/system/SystemEnvironment.h"
 
 #include <QFile>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSslConfiguration>
@@ -56,7 +56,7 @@ std::unique_ptr<Download> Download::create(const QString& url, int timeoutSecond
 }
 
 Download::Download(const QString& url, int timeoutSeconds, Delegate delegate)
-    : url_(url), timeoutSeconds_(timeoutSeconds), delegate_(std::move(delegate)), manager_(new QNetworkAccessManager)
+    : url_(url), timeoutSeconds_(timeoutSeconds), delegate_(std::move(delegate)), manager_(new sys::AccessManager)
 {
 }
 

@@ -79,7 +79,7 @@ private:
     bool ended_ = false;
     qint64 expectedLength_ = -1;
     qint64 received_ = 0;
-    QNetworkAccessManager* manager_ = nullptr; // owned; released with deleteLater
+    QNetworkAccessManager* manager_ = nullptr; // owned (a sys::AccessManager); released with deleteLater
     QNetworkReply* reply_ = nullptr;           // child of manager_
     std::unique_ptr<QFile> file_;
     std::unique_ptr<install::SourceDecoder> decoder_;

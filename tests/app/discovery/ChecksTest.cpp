@@ -273,6 +273,8 @@ TEST_F(Checks, NetworkThreadsEndWithTheirCallerAndAStopEndsARunningRequest)
     std::thread worker([&] { hung = discovery::fetchURL(feedURL(QStringLiteral("/hang"))); });
     EXPECT_TRUE(eventually([&] { return server_->requestedPaths().contains(QStringLiteral("/hang")); }));
     discovery::stopNetworkThreads();
+    // Gone for good once the stop returns, their per-thread clean-up done: an exit may follow.
+    EXPECT_EQ(networkThreadCount(), 0);
     worker.join();
     EXPECT_EQ(hung.errorDescription, QStringLiteral("cancelled"));
     // A later request starts a network thread again, which ends with its calling thread.
