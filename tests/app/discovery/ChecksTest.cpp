@@ -189,7 +189,8 @@ TEST_F(Checks, SelfCheckOffersTheBetaMarksASkippedVersionAndRefusesFaults)
     const QString main = QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.xml");
     writePlistFeed(main, groupFeed(120));
     writePlistFeed(QStringLiteral("/rss/appcasts/com.velmora.SoftwareUpdate.beta.xml"),
-                   groupFeed(125, {{QStringLiteral("groupVersionString"), QStringLiteral("1.3b")}}));
+                   groupFeed(125, {{QStringLiteral("groupVersionString"), QStringLiteral("1.3b")},
+                                   {QStringLiteral("edSignature"), QStringLiteral("beta")}}));
     setDefault("showBetaUpdates", 1);
     ASSERT_TRUE(sys::writeGlobalPreferences({{QStringLiteral("skippedVersions"),
                                               QVariantMap{{QStringLiteral("com.velmora.SoftwareUpdate"), QStringLiteral("125")}}}}));
@@ -197,6 +198,9 @@ TEST_F(Checks, SelfCheckOffersTheBetaMarksASkippedVersionAndRefusesFaults)
     const std::optional<UpdateRecord> rec = controller_->checkForUpdatesToSelf(&why);
     ASSERT_TRUE(rec);
     EXPECT_EQ(rec->value(record::kTitle), QVariant(QStringLiteral("Velmora Software Update 1.3b")));
+    // Unlike a group's, the version and signature are the chosen (beta) release's.
+    EXPECT_EQ(rec->value(record::kNewVersion).toLongLong(), 125);
+    EXPECT_EQ(rec->value(record::kEdSignature), QVariant(QStringLiteral("beta")));
     EXPECT_EQ(rec->value(record::kSkipped), QVariant(true));
     EXPECT_EQ(int(why.outcome), int(CheckOutcome::SkippedByUser));
     // A feed whose root is not a dictionary is a fault: the check leaves by its exception path.

@@ -81,13 +81,12 @@ protected:
     static QString makeBundle(const QString& path, const QString& identifier, const QString& version,
                               const std::optional<QVariantMap>& descriptor)
     {
-        writePlist(path + QStringLiteral("/Contents/Info.plist"),
-                   {{QStringLiteral("CFBundleIdentifier"), identifier}, {QStringLiteral("CFBundleVersion"), version}});
+        writeFile(path + QStringLiteral("/Contents/Info.plist"),
+                  plist::writeXml(QVariantMap{{QStringLiteral("CFBundleIdentifier"), identifier}, {QStringLiteral("CFBundleVersion"), version}}));
         if (descriptor)
-            writePlist(path + QStringLiteral("/Contents/Resources/VLUpdates.plist"), *descriptor);
+            writeFile(path + QStringLiteral("/Contents/Resources/VLUpdates.plist"), plist::writeXml(*descriptor));
         return path;
     }
-    static void writePlist(const QString& file, const QVariantMap& value) { writeFile(file, plist::writeXml(value)); }
 
     LogFixture log_;
     ScopedEnvironment env_;
