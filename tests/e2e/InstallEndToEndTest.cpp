@@ -68,25 +68,17 @@ TEST_F(GroupInstall, ThePackageIsInstalledAndEverythingCleanedUp)
     EXPECT_EQ(server_.unexpectedRequests(), QStringList());
 }
 
-// The group appcast exactly as the server sends it ("groupID", no "groupid", no "type"): the
-// run quits no running vendor application, neither one of the group nor one without a group.
-// A record that names the product ("groupID") gets the client the disconnect, and the
-// installer runs on without the updater: no clean-up follows.
-TEST_F(GroupInstall, TheServedGroupAppcastLeavesRunningApplicationsAloneAndDisconnectsTheClient)
+// The group appcast exactly as the server sends it ("groupID", no "groupid", no "type"): a
+// record that names the product ("groupID") gets the client the disconnect, and the installer
+// runs on without the updater: no clean-up follows. (Which running applications a group quits
+// is InstallersTest's: this run opens no bundle by path, so it could find none.)
+TEST_F(GroupInstall, TheServedGroupAppcastDisconnectsTheClientAndLeavesTheInstallerRunning)
 {
     // The group of the client listening here, so that the record names that product.
     const QString id = kTessel;
     publishGroupUpdate(id);
     publish(id, {{"groupID", id}, {"groupVersion", 300}, {"groupVersionString", "3.0"}, {"title", "Tessel 3.0"},
                  {"url", server_.url("/files/Tessel.dmg")}, {"checksum", sha1(Sandbox::readFile(srv("files/Tessel.dmg")))}});
-    vltest::ChildProcess running[2];
-    for (int i = 0; i < 2; ++i) {
-        const QString name = i ? QStringLiteral("Clips") : QStringLiteral("Notes");
-        vltest::FakeBundle app{sb_.sysPath("/Applications/Velmora " + name + ".app"), "com.velmora." + name.toLower()};
-        app.extraInfo = i ? QVariantMap{{"VLGroupID", id}} : QVariantMap();
-        ASSERT_FALSE(sb_.createBundle(app).isEmpty());
-        ASSERT_TRUE(running[i].start(app.path + "/Contents/MacOS/Velmora " + name, {"300"}));
-    }
     const RunResult r = install("group", id);
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), kAllSteps);
@@ -97,8 +89,6 @@ TEST_F(GroupInstall, TheServedGroupAppcastLeavesRunningApplicationsAloneAndDisco
     const QStringList heard = client_.messageNames();
     EXPECT_TRUE(heard.contains("postDisconnect"));
     EXPECT_LT(heard.indexOf("postDisconnect"), heard.lastIndexOf("postFinishedTask"));
-    for (vltest::ChildProcess& app : running)
-        EXPECT_FALSE(app.waitForFinished(200)) << "a running application was quit";
 }
 
 // A failing installer is reported and cleaned up; a type the entry point does not know
@@ -126,50 +116,29 @@ TEST_F(GroupInstall, AFailingInstallerOrAnUnknownTypeInstallsNothing)
     EXPECT_TRUE(keeps("testURL") && keeps("testSelfURL"));
 }
 
-// A transfer that breaks off (the download's own failures are proven in DownloadTest), and an
-// address that is not text, which ends the run through the download's exception guard.
-TEST_F(GroupInstall, AFailedDownloadEndsTheRunWithStatusOne)
+// A download that fails ends the run with status 1 (the download's own failures are proven in
+// DownloadTest): an address that is not text, through the download's exception guard, and a
+// download folder another local user could redirect. The folder is never followed through a
+// link nor used when another user owns it, and a link at the download's name is replaced,
+// never written through.
+TEST_F(GroupInstall, AFailedDownloadEndsTheRunAndPlantedLinksNeverRedirectIt)
 {
-    publishGroupUpdate();
-    ASSERT_TRUE(server_.setRoutes({{"/files/Tessel.dmg", QJsonObject{{"file", "files/Tessel.dmg"}, {"drop_after", 200}}}}));
-    const struct {
-        QVariant url;
-        QStringList errors; // the first one by its beginning
-    } cases[] = {
-        {server_.url("/files/Tessel.dmg"),
-         {"Download failed - ", "Unable to download update - an error occurred. Please check your software update logs for more details."}},
-        {42, {"Exception in -[AppController startDownloadForObject:]. NSInvalidArgumentException - "
-              "-[__NSCFNumber lastPathComponent]: unrecognized selector sent to instance."}},
-    };
-    for (const auto& c : cases) {
-        publish(kTessel, {{"type", "group"}, {"title", "Tessel"}, {"groupid", kTessel}, {"url", c.url}});
+    const auto expectFailure = [&](const QStringList& errors) {
         const qsizetype before = client_.messages().size();
         const RunResult r = install("group", kTessel);
         EXPECT_EQ(r.exitCode, 1) << r.describe().toStdString();
-        const QStringList errors = errorsPosted(before);
-        EXPECT_EQ(errors.size(), c.errors.size()) << errors.join('|').toStdString();
-        EXPECT_TRUE(errors.value(0).startsWith(c.errors.first())) << errors.join('|').toStdString();
-        EXPECT_EQ(errors.mid(1), c.errors.mid(1));
+        EXPECT_EQ(errorsPosted(before), errors);
         EXPECT_EQ(client_.messageNames().value(client_.messages().size() - 1), "postFinishedTask");
-        EXPECT_EQ(QDir(tempFolder()).entryList(QDir::Files), QStringList());
-    }
-    EXPECT_TRUE(sb_.toolCalls("hdiutil").isEmpty());
-}
-
-// A shared temporary folder must not let another local user redirect a run: the download
-// folder is never followed through a link nor used when another user owns it, and a link at
-// the download's name is replaced, never written through.
-TEST_F(GroupInstall, PlantedLinksAndForeignFoldersNeverRedirectADownload)
-{
+    };
+    publish(kTessel, {{"type", "group"}, {"title", "Tessel"}, {"groupid", kTessel}, {"url", 42}});
+    expectFailure({"Exception in -[AppController startDownloadForObject:]. NSInvalidArgumentException - "
+                   "-[__NSCFNumber lastPathComponent]: unrecognized selector sent to instance."});
     publishGroupUpdate();
     const QString outside = sb_.tmpPath("outside");
     ASSERT_TRUE(sb_.writeFile(outside + "/keep.txt", "keep"));
     const auto expectRefused = [&](const QString& reason) {
-        const qsizetype before = client_.messages().size();
-        const RunResult r = install("group", kTessel);
-        EXPECT_EQ(r.exitCode, 1) << r.describe().toStdString();
-        EXPECT_TRUE(errorsPosted(before).contains(QStringLiteral("Download failed - The folder %1 %2").arg(tempFolder(), reason)))
-            << errorsPosted(before).join('|').toStdString();
+        expectFailure({QStringLiteral("Download failed - The folder %1 %2").arg(tempFolder(), reason),
+                       "Unable to download update - an error occurred. Please check your software update logs for more details."});
     };
     ASSERT_TRUE(QFile::link(outside, tempFolder()));
     expectRefused("is a symbolic link.");
@@ -256,8 +225,9 @@ TEST_F(SelfInstall, HandsOverToTheHelperWithSilentLastOrSaysItIsMissing)
     EXPECT_EQ(sb_.toolCalls("hdiutil").size(), 1);
 }
 
-// The updater's own update is checked against the key in the running updater's Info.plist:
-// a copy of the built updater that carries the test's key.
+// The updater's own update is checked against the key in the running updater's Info.plist (a
+// copy of the built updater that carries the test's key): a tampered image is refused before
+// anything is mounted. When a signature passes and when it is refused is InstallersTest's.
 TEST_F(SelfInstall, TheUpdatersOwnUpdateIsCheckedAgainstItsOwnKey)
 {
     const vltest::Ed25519KeyPair keys;
@@ -270,21 +240,13 @@ TEST_F(SelfInstall, TheUpdatersOwnUpdateIsCheckedAgainstItsOwnKey)
     const QByteArray image = publishSelfUpdate();
     QByteArray tampered = image;
     tampered.back() = char(tampered.back() ^ 1);
-    const QStringList arguments{"-install", "self", e2e::kOwnId};
-
     publishSelfUpdate(tampered, keys.signBase64(image));
-    RunResult r = sb_.run(updater + "/Contents/MacOS/SoftwareUpdate", arguments);
+    const RunResult r = sb_.run(updater + "/Contents/MacOS/SoftwareUpdate", {"-install", "self", e2e::kOwnId});
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
-    const QString text = "Unable to install Velmora Software Update 2.0. The downloaded file's signature is not valid, so "
-                         "the file may have been tampered with.";
-    EXPECT_EQ(errorsPosted(), QStringList{text});
+    EXPECT_EQ(errorsPosted(), QStringList{"Unable to install Velmora Software Update 2.0. The downloaded file's signature is "
+                                          "not valid, so the file may have been tampered with."});
     EXPECT_TRUE(sb_.toolCalls().isEmpty());
-
-    publishSelfUpdate(image, keys.signBase64(image));
-    r = sb_.run(updater + "/Contents/MacOS/SoftwareUpdate", arguments);
-    ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
-    EXPECT_EQ(helperArguments().value(3), updater) << r.describe().toStdString();
-    EXPECT_EQ(errorsPosted(), QStringList{text}) << "nothing more";
+    EXPECT_FALSE(QFileInfo::exists(sb_.tmpPath("helper-args")));
 }
 
 class SparkleInstall : public e2e::EndToEnd {
@@ -296,51 +258,35 @@ protected:
         ASSERT_FALSE(installed_.isEmpty());
         oldInfo_ = info();
     }
-    // The appcast offering build 200 in an image of `volumeFiles`, with the checksum of what
-    // is served unless `checksum` is given, and more enclosure attributes.
-    void publishImage(const QMap<QString, QByteArray>& volumeFiles, const QString& checksum = {}, const QString& extra = {})
+    // The appcast offering build 200 in an image of `volumeFiles`, with the checksum of what is served.
+    void publishImage(const QMap<QString, QByteArray>& volumeFiles)
     {
         ASSERT_TRUE(sb_.makeDiskImage(srv("files/Tessel.dmg"), "Tessel", volumeFiles));
-        publishServed(checksum, extra);
-    }
-    void publishServed(const QString& checksum = {}, const QString& extra = {})
-    {
-        const QString sum = checksum.isEmpty() ? sha1(Sandbox::readFile(srv("files/Tessel.dmg"))) : checksum;
-        publishAppcast("appcast.xml", 200, server_.url("/files/Tessel.dmg"), QStringLiteral(" checksum=\"%1\"%2").arg(sum, extra));
+        const QString sum = sha1(Sandbox::readFile(srv("files/Tessel.dmg")));
+        publishAppcast("appcast.xml", 200, server_.url("/files/Tessel.dmg"), QStringLiteral(" checksum=\"%1\"").arg(sum));
     }
     QByteArray info() const { return Sandbox::readFile(installed_ + "/Contents/Info.plist"); }
-    QStringList trash() const { return QDir(sb_.homePath(".Trash")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries); }
+    QByteArray trashedInfo() const { return Sandbox::readFile(sb_.homePath(".Trash/Tessel.app/Contents/Info.plist")); }
 
     const QMap<QString, QByteArray> newApp_{{"Tessel.app/Contents/Info.plist", "new build"}};
     QString installed_;
     QByteArray oldInfo_;
 };
 
-TEST_F(SparkleInstall, TheOldBundleGoesToTheTrashAndTheNewOneIsCopiedIn)
-{
-    publishImage(newApp_);
-    const RunResult r = install("sparkle", installed_);
-    ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
-    EXPECT_EQ(statusLines(r), kAllSteps);
-    EXPECT_EQ(info(), QByteArray("new build"));
-    EXPECT_EQ(Sandbox::readFile(sb_.homePath(".Trash/Tessel.app/Contents/Info.plist")), oldInfo_);
-    const QString volume = sb_.sysPath("/Volumes/Tessel");
-    EXPECT_EQ(sb_.toolCalls("hdiutil"), (QList<QStringList>{{"hdiutil", "attach", tempFolder() + "/Tessel.dmg", "-nobrowse"},
-                                                            {"hdiutil", "detach", volume, "-force"}}));
-    EXPECT_FALSE(QFileInfo::exists(volume) || QFileInfo::exists(tempFolder()));
-    EXPECT_EQ(errorsPosted(), QStringList());
-}
-
-// The path as shell completion types it, with a trailing "/", and a path relative to the
+// The old bundle goes to the Trash, the new one is copied in, and the image and the download
+// go. The path as shell completion types it, with a trailing "/", and a path relative to the
 // working directory install exactly as the plain absolute path does.
-TEST_F(SparkleInstall, EveryFormOfThePathInstallsExactlyAsThePlainOne)
+TEST_F(SparkleInstall, TheOldBundleGoesToTheTrashFromEveryFormOfThePath)
 {
     publishImage(newApp_);
     const QString old = sb_.root() + "/old-bundle";
+    const QString volume = sb_.sysPath("/Volumes/Tessel");
     ASSERT_TRUE(vltest::runToSuccess("/bin/cp", {"-a", installed_, old}));
     const auto installFrom = [&](const QString& path, const QString& workingDirectory) {
         const RunResult r = install("sparkle", path, {.workingDirectory = workingDirectory});
-        QStringList outcome{QString::number(r.exitCode), statusLines(r).join('|'), trash().join('|'), QString::fromUtf8(info())};
+        QStringList outcome{QString::number(r.exitCode), statusLines(r).join('|'), QString::fromUtf8(trashedInfo()),
+                            QString::fromUtf8(info()), errorsPosted().join('|'),
+                            QString::number(QFileInfo::exists(volume) || QFileInfo::exists(tempFolder()))};
         // The tools see the path as given; a trailing "/" is the same folder to them.
         for (const QStringList& call : sb_.toolCalls())
             outcome << call.join(' ').replace(".app/", ".app");
@@ -350,41 +296,11 @@ TEST_F(SparkleInstall, EveryFormOfThePathInstallsExactlyAsThePlainOne)
         return outcome;
     };
     const QStringList plain = installFrom(installed_, {});
-    EXPECT_EQ(plain.mid(0, 4), (QStringList{"0", kAllSteps.join('|'), "Tessel.app", "new build"}));
+    EXPECT_EQ(plain, (QStringList{"0", kAllSteps.join('|'), QString::fromUtf8(oldInfo_), "new build", "", "0",
+                                  "hdiutil attach " + tempFolder() + "/Tessel.dmg -nobrowse", "touch -c " + installed_,
+                                  "hdiutil detach " + volume + " -force"}));
     EXPECT_EQ(installFrom(installed_ + "/", {}), plain);
     EXPECT_EQ(installFrom("Tessel.app/", sb_.sysPath("/Applications")), plain);
-}
-
-TEST_F(SparkleInstall, FailuresLeaveTheInstalledAppUntouched)
-{
-    const struct {
-        QMap<QString, QByteArray> volume;
-        QString checksum;
-        QMap<QString, QString> fakeSwitch;
-        QString error; // after "Unable to install Tessel 2.0. "
-    } cases[] = {
-        {newApp_, "0123456789abcdef0123456789abcdef01234567", {},
-         "Downloaded file is different from the server's version. Please redownload this update."},
-        {newApp_, {}, {{"FAKE_HDIUTIL_FAIL", "attach"}}, "Cannot mount disk image."},
-        // A hanging image tool is stopped after its ten seconds.
-        {newApp_, {}, {{"FAKE_HDIUTIL_SLEEP", "60"}}, "Cannot mount disk image."},
-        {{{"Read Me.txt", "text"}, {"Uninstall Tessel.prefPane/x", "u"}}, {}, {}, "Cannot find executable file on disk image."},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.error.toStdString() + QStringList(c.fakeSwitch.keys()).join(' ').toStdString());
-        publishImage(c.volume, c.checksum);
-        const qsizetype before = client_.messages().size();
-        const RunResult r = install("sparkle", installed_, {.extraEnv = c.fakeSwitch});
-        EXPECT_EQ(r.exitCode, 0) << r.describe().toStdString();
-        EXPECT_EQ(info(), oldInfo_);
-        EXPECT_EQ(trash(), QStringList());
-        EXPECT_EQ(errorsPosted(before), QStringList{"Unable to install Tessel 2.0. " + c.error});
-        // The run is root's, so its log is the machine's.
-        const QByteArray log = Sandbox::readFile(sb_.sysPath("/Library/Logs/Velmora/SoftwareUpdate.1.log"));
-        EXPECT_EQ(log.contains("Task " + sb_.sysPath("/usr/bin/hdiutil").toUtf8() + " timed out. Terminating..."),
-                  c.fakeSwitch.contains("FAKE_HDIUTIL_SLEEP"));
-        QDir(sb_.sysPath("/Volumes")).removeRecursively();
-    }
 }
 
 // Without a window the updater never asks for administrator rights: a copy that needs them
@@ -409,66 +325,6 @@ TEST_F(SparkleInstall, AnUnprivilegedCopyThatNeedsRightsFailsWithoutAPrompt)
     EXPECT_EQ(errorsPosted(), QStringList{QStringLiteral("Unable to install Tessel 2.0. Please check you have the necessary "
                                                          "permissions to write to %1.").arg(installed_)});
     EXPECT_TRUE(sb_.toolCalls("pkexec").isEmpty());
-}
-
-// A good signature installs; a bad one, or a bad key, stops before anything is mounted. A
-// signature without a key in the application, or a key without a signature (an empty one says
-// as little as none), installs as an unsigned update does. (The signature check itself is
-// proven in VLSignatureTest.)
-TEST_F(SparkleInstall, AGoodSignatureOrNoneInstallsAndABadOneTouchesNothing)
-{
-    const vltest::Ed25519KeyPair keys;
-    ASSERT_TRUE(keys.isValid());
-    publishImage(newApp_);
-    const QByteArray image = Sandbox::readFile(srv("files/Tessel.dmg"));
-    QByteArray tampered = image;
-    tampered.back() = char(tampered.back() ^ 1);
-    const QString good = keys.signBase64(image);
-    const QString key = keys.publicKeyBase64();
-    const struct {
-        const char* what;
-        QByteArray image;
-        QString signature;
-        QVariant key;
-        QString refusal; // empty: the update installs
-    } cases[] = {
-        {"signed by the installed app's key", image, good, key, {}},
-        {"one byte of the download flipped", tampered, good, key,
-         "The downloaded file's signature is not valid, so the file may have been tampered with."},
-        {"installed key of the wrong length", image, good, QString::fromLatin1(keys.publicKey().left(31).toBase64()),
-         "The installed application's public key is not valid, so this update cannot be verified."},
-        {"a key, no signature", image, {}, key, {}},
-        {"a signature that cannot be right, no key", image, "not base64 at all!", {}, {}},
-        {"an empty key, a good signature", image, good, QString(""), {}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        // Build 100 carrying the case's key; the server's checksum matches what it serves (a
-        // server that was taken over publishes a matching one).
-        for (const QString& folder : {installed_, sb_.homePath(".Trash/Tessel.app"), tempFolder(), sb_.sysPath("/Volumes")})
-            QDir(folder).removeRecursively();
-        QFile::remove(sb_.toolLogPath());
-        ASSERT_FALSE(installSparkleApp("Tessel", "appcast.xml", c.key.isValid() ? QVariantMap{{"SUPublicEDKey", c.key}} : QVariantMap())
-                         .isEmpty());
-        oldInfo_ = info();
-        ASSERT_TRUE(sb_.writeFile(srv("files/Tessel.dmg"), c.image));
-        publishServed({}, c.signature.isNull() ? QString() : QStringLiteral(" sparkle:edSignature=\"%1\"").arg(c.signature));
-        const qsizetype before = client_.messages().size();
-        const RunResult r = install("sparkle", installed_);
-        ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
-        if (c.refusal.isEmpty()) {
-            EXPECT_EQ(statusLines(r), kAllSteps);
-            EXPECT_EQ(info(), QByteArray("new build"));
-            EXPECT_EQ(errorsPosted(before), QStringList());
-            continue;
-        }
-        EXPECT_EQ(errorsPosted(before), QStringList{"Unable to install Tessel 2.0. " + c.refusal});
-        // Stopped before mounting: nothing of the user's was touched; the download stays.
-        EXPECT_TRUE(sb_.toolCalls().isEmpty());
-        EXPECT_EQ(info(), oldInfo_);
-        EXPECT_EQ(trash(), QStringList());
-        EXPECT_EQ(Sandbox::readFile(tempFolder() + "/Tessel.dmg"), c.image);
-    }
 }
 
 } // namespace

@@ -6,11 +6,13 @@
 // a group's applications.
 #include "AppController.h"
 #include "UpdateRecord.h"
+#include "install/DownloadSignature.h"
 #include "install/VolumeFilters.h"
 #include "platform/system/Bundle.h"
 #include "platform/system/ProcessList.h"
 
 #include "support/ChildProcess.h"
+#include "support/Ed25519KeyPair.h"
 #include "support/LogFixture.h"
 #include "support/QtPrinters.h"
 #include "support/RecordingUserInterface.h"
@@ -108,6 +110,43 @@ TEST_F(InstallPassTest, EachInstallerEndsACancelledPassAMissingDownloadAndAFault
                                                 "-[__NSArrayM lastPathComponent]: unrecognized selector sent to instance.")
                                      .arg(QLatin1String(method))))
             << method;
+    }
+}
+
+// A signed download is checked only when the record has a signature and the installed copy a
+// key (an empty one says as little as none); a refusal is worded by what was wrong. The
+// verdicts themselves are VLSignatureTest's.
+TEST_F(InstallPassTest, ASignatureIsCheckedOnlyAgainstAKeyAndARefusalSaysWhatWasWrong)
+{
+    const vltest::Ed25519KeyPair keys;
+    ASSERT_TRUE(keys.isValid());
+    const QString file = log_.path(QStringLiteral("tmp/Tessel.dmg"));
+    ASSERT_TRUE(vltest::Sandbox::writeFile(file, "image"));
+    const QString good = keys.signBase64("image"), key = keys.publicKeyBase64(), garbage = QStringLiteral("not base64 at all!");
+    const char* badSignature = "The downloaded file's signature is not valid, so the file may have been tampered with.";
+    const struct {
+        const char* what;
+        QVariant signature, key;
+        const char* refusal; // nullptr: the download passes
+    } cases[] = {
+        {"signed by the installed key", good, key, nullptr},
+        {"signed over other bytes", keys.signBase64("imagf"), key, badSignature},
+        {"a signature that is not base64", garbage, key, badSignature},
+        {"installed key of the wrong length", good, QString::fromLatin1(keys.publicKey().left(31).toBase64()),
+         "The installed application's public key is not valid, so this update cannot be verified."},
+        {"a key, no signature", {}, key, nullptr},
+        {"a signature that cannot be right, no key", garbage, {}, nullptr},
+        {"an empty key, a good signature", good, QString(), nullptr},
+    };
+    for (const auto& c : cases) {
+        UpdateRecord record = kTessel;
+        if (c.signature.isValid())
+            record.insert(record::kEdSignature, c.signature);
+        const qsizetype logged = vltest::LogFixture::logText().size();
+        EXPECT_EQ(install::verifyDownloadSignature(*controller_, record, file, c.key), c.refusal == nullptr) << c.what;
+        const QString added = vltest::LogFixture::logText().mid(logged);
+        EXPECT_EQ(added.contains(QStringLiteral("Unable to install")), c.refusal != nullptr) << c.what;
+        EXPECT_TRUE(!c.refusal || added.contains(QStringLiteral("Unable to install Tessel 2.0. ") + QLatin1String(c.refusal))) << c.what;
     }
 }
 
@@ -269,6 +308,58 @@ TEST_F(ApplicationInstaller, ARecordWithoutBundleIdentifierIsNeverSeenRunning)
     controller_->installSparkleApp(withoutID);
     EXPECT_FALSE(ui_->calls().contains(QStringLiteral("status:Waiting for application to close...")));
     EXPECT_EQ(installedInfo(), QByteArray("new build"));
+}
+
+// Without a window each failure is one sentence for the client and the log; the installed
+// application and the Trash are left alone and the download stays. The signature is checked
+// against the key of the copy being replaced.
+TEST_F(ApplicationInstaller, WithoutAWindowEachFailureIsOneSentenceAndTouchesNothing)
+{
+    controller_->hasGUI = false;
+    const vltest::Ed25519KeyPair keys;
+    const QString plist = installed_ + QStringLiteral("/Contents/Info.plist");
+    QVariantMap info = sb_.readPlist(plist).value_or(QVariant()).toMap();
+    info.insert(QStringLiteral("SUPublicEDKey"), keys.publicKeyBase64());
+    ASSERT_TRUE(sb_.writePlist(plist, info));
+    before_ = installedInfo();
+    const QString image = controller_->downloadPath + QStringLiteral("/Tessel.dmg");
+    const struct {
+        QString field;
+        QVariant value;    // of the record's `field`
+        const char* fake;  // a fake tool's switch, or nullptr
+        const char* error; // after "Unable to install Tessel 2.0. "
+    } cases[] = {
+        {record::kServerChecksum, QStringLiteral("0123456789abcdef0123456789abcdef01234567"), nullptr,
+         "Downloaded file is different from the server's version. Please redownload this update."},
+        {record::kEdSignature, keys.signBase64("another image"), nullptr,
+         "The downloaded file's signature is not valid, so the file may have been tampered with."},
+        {{}, {}, "FAKE_HDIUTIL_FAIL", "Cannot mount disk image."},
+        // A hanging image tool is stopped after its ten seconds.
+        {{}, {}, "FAKE_HDIUTIL_SLEEP", "Cannot mount disk image."},
+        // Last: the image is made again without an application.
+        {{}, {}, nullptr, "Cannot find executable file on disk image."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.error);
+        if (c.fake)
+            env_.set(c.fake, QLatin1String(c.fake).endsWith(QLatin1String("SLEEP")) ? QStringLiteral("60") : QStringLiteral("attach"));
+        UpdateRecord withField = record();
+        if (c.value.isValid())
+            withField.insert(c.field, c.value);
+        if (!c.value.isValid() && !c.fake) {
+            ASSERT_TRUE(sb_.makeDiskImage(image, QStringLiteral("Tessel"), {{QStringLiteral("Read Me.txt"), "text"}}));
+        }
+        const qsizetype logged = vltest::LogFixture::logText().size();
+        controller_->installSparkleApp(withField);
+        const QString added = vltest::LogFixture::logText().mid(logged);
+        EXPECT_TRUE(added.contains(QStringLiteral("Unable to install Tessel 2.0. ") + QLatin1String(c.error))) << added.toStdString();
+        EXPECT_EQ(added.contains(QStringLiteral(" timed out. Terminating...")), c.fake && QByteArray(c.fake).endsWith("SLEEP"));
+        EXPECT_EQ(installedInfo(), before_);
+        EXPECT_TRUE(QDir(sb_.homePath(QStringLiteral(".Trash"))).isEmpty());
+        EXPECT_TRUE(QFileInfo::exists(image));
+        if (c.fake)
+            env_.unset(c.fake);
+    }
 }
 
 TEST_F(PackageInstallerFallback, TheInstallerRunsThePackageAndTheUpdaterWaitsThenCleansUp)
