@@ -68,17 +68,25 @@ TEST_F(GroupInstall, ThePackageIsInstalledAndEverythingCleanedUp)
     EXPECT_EQ(server_.unexpectedRequests(), QStringList());
 }
 
-// The group appcast exactly as the server sends it ("groupID", no "groupid", no "type"): a
-// record that names the product ("groupID") gets the client the disconnect, and the installer
-// runs on without the updater: no clean-up follows. (Which running applications a group quits
-// is InstallersTest's: this run opens no bundle by path, so it could find none.)
-TEST_F(GroupInstall, TheServedGroupAppcastDisconnectsTheClientAndLeavesTheInstallerRunning)
+// The group appcast exactly as the server sends it ("groupID", no "groupid", no "type"): the
+// run quits no running vendor application, neither one of the group nor one without a group.
+// A record that names the product ("groupID") gets the client the disconnect, and the
+// installer runs on without the updater: no clean-up follows.
+TEST_F(GroupInstall, TheServedGroupAppcastLeavesRunningApplicationsAloneAndDisconnectsTheClient)
 {
     // The group of the client listening here, so that the record names that product.
     const QString id = kTessel;
     publishGroupUpdate(id);
     publish(id, {{"groupID", id}, {"groupVersion", 300}, {"groupVersionString", "3.0"}, {"title", "Tessel 3.0"},
                  {"url", server_.url("/files/Tessel.dmg")}, {"checksum", sha1(Sandbox::readFile(srv("files/Tessel.dmg")))}});
+    vltest::ChildProcess running[2];
+    for (int i = 0; i < 2; ++i) {
+        const QString name = i ? QStringLiteral("Clips") : QStringLiteral("Notes");
+        vltest::FakeBundle app{sb_.sysPath("/Applications/Velmora " + name + ".app"), "com.velmora." + name.toLower()};
+        app.extraInfo = i ? QVariantMap{{"VLGroupID", id}} : QVariantMap();
+        ASSERT_FALSE(sb_.createBundle(app).isEmpty());
+        ASSERT_TRUE(running[i].start(app.path + "/Contents/MacOS/Velmora " + name, {"300"}));
+    }
     const RunResult r = install("group", id);
     ASSERT_EQ(r.exitCode, 0) << r.describe().toStdString();
     EXPECT_EQ(statusLines(r), kAllSteps);
@@ -89,6 +97,8 @@ TEST_F(GroupInstall, TheServedGroupAppcastDisconnectsTheClientAndLeavesTheInstal
     const QStringList heard = client_.messageNames();
     EXPECT_TRUE(heard.contains("postDisconnect"));
     EXPECT_LT(heard.indexOf("postDisconnect"), heard.lastIndexOf("postFinishedTask"));
+    for (vltest::ChildProcess& app : running)
+        EXPECT_FALSE(app.waitForFinished(200)) << "a running application was quit";
 }
 
 // A failing installer is reported and cleaned up; a type the entry point does not know
