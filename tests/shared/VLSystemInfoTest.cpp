@@ -1,8 +1,6 @@
 // What the library reads about its surroundings: the user's and the machine's folders (with
 // the kept cuts of the superuser correction and the system-folder comparison), the running
 // system's version, and the web site's addresses (one row per rule of joining and escaping).
-#include "TestData.h"
-
 #include "shared/VLLocalPaths.h"
 #include "shared/VLOSDetect.h"
 #include "shared/VLSiteLinks.h"
@@ -10,6 +8,7 @@
 #include "support/FixturePlist.h"
 #include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
+#include "support/TestData.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -68,9 +67,7 @@ TEST(VLLocalPaths, SystemFoldersKeepTheirTrimmedComparison)
     vltest::ScopedEnvironment env;
     env.set("HOME", QStringLiteral("/home/tester"));
     env.unset("VELMORA_SYSROOT");
-    const QJsonArray rows = vltest::dataRows("VLLocalPathsSystemFolders");
-    ASSERT_FALSE(rows.isEmpty());
-    for (const QJsonValue& row : rows) {
+    for (const QJsonValue& row : vltest::dataRows("shared/data/VLLocalPathsSystemFolders")) {
         const QJsonObject c = row.toObject();
         EXPECT_EQ(VLLocalPaths::isPathSystemDirectory(c[u"path"].toString(), c[u"exact"].toBool()), c[u"system"].toBool())
             << c[u"why"].toString().toStdString();

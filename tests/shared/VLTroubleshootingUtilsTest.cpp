@@ -1,12 +1,12 @@
 // Viewing logs and gathering them into a real zip archive, in a sandboxed home and system root;
 // the unreadable-folder case runs this executable again as "nobody".
-#include "TestData.h"
 #include "VLFileManagerTestSupport.h"
 
 #include "shared/VLFileManager.h"
 #include "shared/VLTroubleshootingUtils.h"
 #include "support/ScriptedAlertPresenter.h"
 #include "support/StdoutCapture.h"
+#include "support/TestData.h"
 #include "support/ZipListing.h"
 
 #include <QCoreApplication>
@@ -84,10 +84,8 @@ TEST_F(VLTroubleshootingUtilsTest, GatheringMirrorsBothDomainsIntoAZipOnTheDeskt
     // names with spaces; each row says whether its file must be gathered.
     const QMap<QString, QString> roots{{QStringLiteral("user"), userPath(QString())}, {QStringLiteral("machine"), sandbox.sysPath(QStringLiteral("/Library/"))},
                                        {QStringLiteral("home"), sandbox.homePath(QString())}, {QStringLiteral("tmp"), sandbox.tmpPath(QString())}};
-    const QJsonArray rows = vltest::dataRows("VLTroubleshootingUtilsGathering");
-    ASSERT_FALSE(rows.isEmpty());
     QStringList wanted;
-    for (const QJsonValue& value : rows) {
+    for (const QJsonValue& value : vltest::dataRows("shared/data/VLTroubleshootingUtilsGathering")) {
         const QJsonObject row = value.toObject();
         const QString path = roots.value(row[u"in"].toString()) + row[u"path"].toString();
         ASSERT_TRUE(writeFile(path, path.toUtf8())) << row[u"why"].toString().toStdString();
