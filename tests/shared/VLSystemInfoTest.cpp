@@ -5,13 +5,11 @@
 #include "shared/VLOSDetect.h"
 #include "shared/VLSiteLinks.h"
 #include "support/ChildProcess.h"
-#include "support/FixturePlist.h"
 #include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TestData.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -92,12 +90,9 @@ TEST(VLOSDetect, ParsesAndComparesTheRunningSystemsVersion)
     vltest::ScopedEnvironment env;
     env.set("VELMORA_SYSROOT", root.path());
     EXPECT_EQ(VLOSDetect::osVersionString(), QStringLiteral("0.0.0")) << "no version file";
-    QDir().mkpath(root.filePath(QStringLiteral("System/Library/CoreServices")));
     for (const char* version : {"10.9.5", "10.10", "11.0"}) {
-        QFile file(root.filePath(QStringLiteral("System/Library/CoreServices/SystemVersion.plist")));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(vltest::fixturePlistXml(QVariantMap{{QStringLiteral("ProductVersion"), QLatin1String(version)}}));
-        file.close();
+        ASSERT_TRUE(vltest::Sandbox::writePlist(root.filePath(QStringLiteral("System/Library/CoreServices/SystemVersion.plist")),
+                                                QVariantMap{{QStringLiteral("ProductVersion"), QLatin1String(version)}}));
         // The minor number counts only when the major ones are equal.
         EXPECT_EQ(VLOSDetect::isYosemiteOrHigher(), std::strcmp(version, "10.9.5") != 0) << version;
         EXPECT_EQ(VLOSDetect::isElCapitanOrHigher(), std::strcmp(version, "11.0") == 0) << version;
