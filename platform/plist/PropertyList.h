@@ -18,8 +18,8 @@
 //   tagged ASCII that carries 8-bit bytes is read as UTF-8 when it is valid UTF-8, else as
 //   Latin-1, rather than failing the whole file; the null, fill and set markers are refused.
 // - writers: a value with no property-list form (an invalid QVariant, a QUrl, ...) makes
-//   writeXml / encodeKeyedArchive return an empty QByteArray. Nothing here writes the binary
-//   form: the program only reads it.
+//   writeXml return an empty QByteArray. Nothing here writes the binary form or keyed
+//   archives: the program only reads them.
 
 #include <QByteArray>
 #include <QMetaType>
@@ -62,11 +62,6 @@ QString description(const QVariant& value);
 // NSData, NSMutableData, NSNull (as QVariant::fromValue(nullptr)) and NSURL (as the
 // absolute address string). Anything else fails.
 std::optional<QVariantMap> decodeKeyedArchiveDictionary(const QByteArray& bytes, QString* error = nullptr);
-// Encodes a dictionary as a keyed archive (XML form), root class NSMutableDictionary;
-// nested dictionaries and arrays are NSDictionary / NSArray. Empty when a value has no
-// archived form. Only the group-feed tests call it (they serve a beta feed made with it);
-// it goes when they build that archive themselves.
-QByteArray encodeKeyedArchive(const QVariantMap& root);
 
 // File helpers: read any format; write XML atomically (temporary file, then rename).
 std::optional<QVariant> readFile(const QString& path, QString* error = nullptr);

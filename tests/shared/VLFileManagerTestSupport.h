@@ -60,11 +60,7 @@ protected:
     }
 
     bool writeFile(const QString& path, const QByteArray& data = "data") { return sandbox.writeFile(path, data); }
-    static QByteArray readFile(const QString& path)
-    {
-        QFile f(path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
+    static QByteArray readFile(const QString& path) { return Sandbox::readFile(path); }
 
     Sandbox sandbox;
     ScopedEnvironment env;

@@ -1,18 +1,15 @@
 // What the library reads about its surroundings: the user's and the machine's folders (with
 // the kept cuts of the superuser correction and the system-folder comparison), the running
 // system's version, and the web site's addresses (one row per rule of joining and escaping).
-#include "TestData.h"
-
 #include "shared/VLLocalPaths.h"
 #include "shared/VLOSDetect.h"
 #include "shared/VLSiteLinks.h"
 #include "support/ChildProcess.h"
-#include "support/FixturePlist.h"
 #include "support/Sandbox.h"
 #include "support/ScopedEnvironment.h"
+#include "support/TestData.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -68,9 +65,7 @@ TEST(VLLocalPaths, SystemFoldersKeepTheirTrimmedComparison)
     vltest::ScopedEnvironment env;
     env.set("HOME", QStringLiteral("/home/tester"));
     env.unset("VELMORA_SYSROOT");
-    const QJsonArray rows = vltest::dataRows("VLLocalPathsSystemFolders");
-    ASSERT_FALSE(rows.isEmpty());
-    for (const QJsonValue& row : rows) {
+    for (const QJsonValue& row : vltest::dataRows("shared/data/VLLocalPathsSystemFolders")) {
         const QJsonObject c = row.toObject();
         EXPECT_EQ(VLLocalPaths::isPathSystemDirectory(c[u"path"].toString(), c[u"exact"].toBool()), c[u"system"].toBool())
             << c[u"why"].toString().toStdString();
@@ -95,12 +90,9 @@ TEST(VLOSDetect, ParsesAndComparesTheRunningSystemsVersion)
     vltest::ScopedEnvironment env;
     env.set("VELMORA_SYSROOT", root.path());
     EXPECT_EQ(VLOSDetect::osVersionString(), QStringLiteral("0.0.0")) << "no version file";
-    QDir().mkpath(root.filePath(QStringLiteral("System/Library/CoreServices")));
     for (const char* version : {"10.9.5", "10.10", "11.0"}) {
-        QFile file(root.filePath(QStringLiteral("System/Library/CoreServices/SystemVersion.plist")));
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(vltest::fixturePlistXml(QVariantMap{{QStringLiteral("ProductVersion"), QLatin1String(version)}}));
-        file.close();
+        ASSERT_TRUE(vltest::Sandbox::writePlist(root.filePath(QStringLiteral("System/Library/CoreServices/SystemVersion.plist")),
+                                                QVariantMap{{QStringLiteral("ProductVersion"), QLatin1String(version)}}));
         // The minor number counts only when the major ones are equal.
         EXPECT_EQ(VLOSDetect::isYosemiteOrHigher(), std::strcmp(version, "10.9.5") != 0) << version;
         EXPECT_EQ(VLOSDetect::isElCapitanOrHigher(), std::strcmp(version, "11.0") == 0) << version;

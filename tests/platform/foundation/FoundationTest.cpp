@@ -5,12 +5,10 @@
 #include "platform/foundation/Format.h"
 #include "platform/foundation/Foundation.h"
 #include "support/ChildProcess.h"
+#include "support/TestData.h"
 
 #include <QDateTime>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -19,16 +17,6 @@
 #include <cstdio>
 #include <limits>
 #include <string>
-
-// The rows of one table of data/<file>.json.
-static QJsonArray rows(const char* file, const char* table)
-{
-    QFile data(QStringLiteral(VELMORA_SOURCE_DIR "/tests/platform/foundation/data/%1.json").arg(QLatin1String(file)));
-    EXPECT_TRUE(data.open(QIODevice::ReadOnly)) << file;
-    const QJsonArray array = QJsonDocument::fromJson(data.readAll()).object().value(QLatin1String(table)).toArray();
-    EXPECT_FALSE(array.isEmpty()) << file << " " << table;
-    return array;
-}
 
 TEST(Format, OneRowPerRule)
 {
@@ -97,13 +85,13 @@ TEST(Format, RealsIgnoreTheProcessNumericLocale)
 
 TEST(NumberConversions, Scanners)
 {
-    for (const QJsonValue& value : rows("NumberConversions", "integers")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/NumberConversions", "integers")) {
         const QJsonObject row = value.toObject();
         const QString text = row.value("text").toString();
         EXPECT_EQ(fnd::intValue(text), row.value("int").toInteger()) << row.value("why").toString().toStdString();
         EXPECT_EQ(fnd::integerValue(text), row.value("integer").toInteger()) << row.value("why").toString().toStdString();
     }
-    for (const QJsonValue& value : rows("NumberConversions", "bools")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/NumberConversions", "bools")) {
         const QJsonObject row = value.toObject();
         EXPECT_EQ(fnd::boolValue(row.value("text").toString()), row.value("value").toBool()) << row.value("why").toString().toStdString();
     }
@@ -141,7 +129,7 @@ TEST(NumberConversions, StringValueOfNumbers)
 
 TEST(StringCompare, NumericSearchAndLikeMatching)
 {
-    for (const QJsonValue& value : rows("StringCompare", "numeric")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/StringCompare", "numeric")) {
         const QJsonObject row = value.toObject();
         const QString a = row.value("a").toString(), b = row.value("b").toString();
         const int order = row.value("order").toInt();
@@ -149,7 +137,7 @@ TEST(StringCompare, NumericSearchAndLikeMatching)
         EXPECT_EQ(int(fnd::compareNumeric(b, a)), -order) << row.value("why").toString().toStdString();
     }
     EXPECT_EQ(fnd::compareNumeric(QStringLiteral("App2"), QStringLiteral("app10"), true), fnd::Ordering::Ascending);
-    for (const QJsonValue& value : rows("StringCompare", "like")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/StringCompare", "like")) {
         const QJsonObject row = value.toObject();
         EXPECT_EQ(fnd::likeMatch(row.value("text").toString(), row.value("pattern").toString(), row.value("caseInsensitive").toBool()),
                   row.value("matches").toBool())
@@ -174,7 +162,7 @@ TEST(StringCompare, TrimmingAndCaseInsensitiveTests)
 
 TEST(PathUtilities, ComponentsAndExtensions)
 {
-    for (const QJsonValue& value : rows("PathUtilities", "components")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/PathUtilities", "components")) {
         const QJsonObject row = value.toObject();
         const QString path = row.value("path").toString();
         const std::string why = row.value("why").toString().toStdString();
@@ -206,11 +194,11 @@ TEST(PathUtilities, AppendingNormalises)
 
 TEST(UrlUtilities, StrictValidityAndThePathAsAFilePath)
 {
-    for (const QJsonValue& value : rows("PathUtilities", "urlValidity")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/PathUtilities", "urlValidity")) {
         const QJsonObject row = value.toObject();
         EXPECT_EQ(fnd::isValidURLString(row.value("url").toString()), row.value("valid").toBool()) << row.value("why").toString().toStdString();
     }
-    for (const QJsonValue& value : rows("PathUtilities", "urlPath")) {
+    for (const QJsonValue& value : vltest::dataRows("platform/foundation/data/PathUtilities", "urlPath")) {
         const QJsonObject row = value.toObject();
         const std::optional<QString> path = fnd::urlPath(row.value("url").toString());
         EXPECT_EQ(path.value_or(QStringLiteral("<none>")), row.value("path").toString(QStringLiteral("<none>"))) << row.value("why").toString().toStdString();
